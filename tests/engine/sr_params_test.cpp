@@ -1,0 +1,487 @@
+#include "engine/sr_params.h"
+
+#include <gtest/gtest.h>
+#include <math.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <limits>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "foundation/log.h"
+
+namespace {
+
+enum Kind { I32, F64, F32 };
+
+constexpr double kInf = std::numeric_limits<double>::infinity();
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr size_t kEngineField = static_cast<size_t>(-1);
+
+// One row of the key-to-field mapping. copied: the value passes unlimited, NaN included.
+struct Row {
+    const char* key;
+    size_t src;
+    Kind src_kind;
+    const char* field;
+    size_t dst;
+    Kind dst_kind;
+    double lo, hi;
+    bool copied;
+};
+
+#define LIMITED(k, sk, f, dk, lo, hi) \
+    { #k, offsetof(tav_sr2_SrParams, k), sk, #f, offsetof(sr_tunning_param, f), dk, lo, hi, false }
+#define COPIED(k, sk, f)                                                                           \
+    {                                                                                              \
+#k, offsetof(tav_sr2_SrParams, k), sk, #f, offsetof(sr_tunning_param, f), sk, -kInf, kInf, \
+            true                                                                                   \
+    }
+
+// The rows with a plain limit or a plain copy; hfe_level and the two window modes have their own
+// tests.
+const Row kRows[] = {
+    COPIED(light_enable, I32, dark_light_nr_enable),
+    LIMITED(fast_enable, I32, fast_merge_mode, I32, 0, 3),
+    LIMITED(cross_enable, I32, dither_noise_mode, I32, 0, 2),
+    LIMITED(hfe_white_level, I32, hfe_white_level, I32, 0, 128),
+    LIMITED(hfe_black_level, I32, hfe_black_level, I32, -128, 0),
+    LIMITED(hfe_thr, I32, hfe_thr, I32, 0, 128),
+    COPIED(c_hf_nr_enable, I32, high_freq_uvnr_enable),
+    COPIED(keld_mode, I32, keld_mode),
+    COPIED(removebrightnessdiff_image_enable, I32, removebrightnessdiff_image_enable),
+    LIMITED(deghost_level, F64, deghost_deg, F64, 0.05, kInf),
+    LIMITED(deghost_sigma, F64, deghost_gauss_sigma0, F64, 0, 10),
+    LIMITED(deghost_weight_face, I32, deghost_face_weight, I32, 0, 255),
+    LIMITED(deghost_nr_level, F64, deghost_noise_level, F64, 0, 50),
+    LIMITED(ghost_ratio_thres, F64, deghost_ofs, F64, 0, 128),
+    LIMITED(ghost_sigle_nr_level, F64, noise_level_4ghost_ratio_scale, F64, 1, 8),
+    LIMITED(ghost_nr_level, F64, ghost_nr_level, F64, 0, 32),
+    LIMITED(y_nr_level, F64, gf_eps2, F64, 0, 50),
+    LIMITED(y_nr_times, I32, num_nr_times_y, I32, 0, 3),
+    LIMITED(y_hf_nr_level, F64, ynr_high_eps, F64, 0, 100),
+    LIMITED(y_lf_nr_level, F64, ynr_low_eps, F64, 0, 100),
+    LIMITED(y_edge_nr_level, F64, dirnr, F64, 0, 10),
+    LIMITED(y_edge_nr_radius, I32, dirnr_radius, I32, 3, 11),
+    LIMITED(y_edge_ghost_nr_level, F64, dirnr_ghost_nr, F32, 1, 10),
+    LIMITED(dark_nr_level, F64, dark_area_nr_level, F64, 1, 16),
+    {"y_input_nr_level", offsetof(tav_sr2_SrParams, y_input_nr_level), F64, "y_input_nr_level",
+     kEngineField, F64, 0, 5, false},
+    LIMITED(c_nr_level, F64, noise_level_uv, F64, 0, 50),
+    LIMITED(c_nr_times, I32, num_nr_times_uv, I32, 0, 3),
+    LIMITED(c_lf_nr_level, I32, c_nr_clip_sigma, I32, 0, 99),
+    LIMITED(unsharp_level, I32, do_unsharp, I32, 0, 8192),
+    LIMITED(unsharp_range_low, F64, unsharp_sigma2, F64, 0, 10),
+    LIMITED(unsharp_range_high, F64, unsharp_sigma, F64, 0, 10),
+    LIMITED(unsharp_nr_level, F64, unsharp_noise_level, F64, 0, 16),
+    LIMITED(unsharp_mode, I32, unsharp_method, I32, 0, 3),
+    LIMITED(structure_sigma, F64, contrast_enhance_blur_sigma, F64, 0, 5),
+    LIMITED(structure_level, I32, contrast_enhance_extra_arg, I32, 0, 3000),
+    LIMITED(deblur_level, F64, deblur_psf, F32, 0, 3),
+    LIMITED(deblur_scale, F64, deblur_scale, F32, 0.1, 3),
+    LIMITED(lce_lf, F64, stucture_eps_low, F64, 0, 1000),
+    LIMITED(lce_hf, F64, stucture_eps_high, F64, 0, 1000),
+    LIMITED(lce_level, I32, stucture_strength, I32, 0, 1024),
+    LIMITED(white_edge_level, F64, white_edge_level, F32, 0, 1),
+    LIMITED(black_edge_level, F64, black_edge_level, F32, 0, 1),
+    LIMITED(grain_adder, F64, dither_noise_level, F64, 0, 32),
+    LIMITED(grain_adder_thr, I32, dither_thr, I32, 16, 768),
+    LIMITED(p_grain_adder, F64, dither_pepper_noise_level, F64, 0, 32),
+    LIMITED(c_grain_adder, F64, dither_uv_noise_level, F64, 0, 32),
+    COPIED(do_unsharp_rate_for_skin, F64, do_unsharp_rate_for_skin),
+    COPIED(select_frame, I32, select_frame),
+    COPIED(sharpness_skip_ratio, F64, sharpness_skip_ratio),
+    COPIED(base_index, I32, base_id),
+};
+
+size_t kindSize(Kind k) {
+    return k == F64 ? 8 : 4;
+}
+
+double readAs(const void* rec, size_t off, Kind k) {
+    const char* p = static_cast<const char*>(rec) + off;
+    int32_t i;
+    float f;
+    double d;
+    if (k == I32) return memcpy(&i, p, 4), i;
+    if (k == F32) return memcpy(&f, p, 4), f;
+    return memcpy(&d, p, 8), d;
+}
+
+void writeAs(void* rec, size_t off, Kind k, double v) {
+    char* p = static_cast<char*>(rec) + off;
+    int32_t i = static_cast<int32_t>(v);
+    double d = v;
+    if (k == I32) memcpy(p, &i, 4);
+    if (k == F64) memcpy(p, &d, 8);
+}
+
+// The limit rule written out once more: below lo gives lo, above hi gives hi, NaN gives lo.
+double expected(const Row& r, double v) {
+    double out = v;
+    if (!r.copied) out = (isnan(v) || v < r.lo) ? r.lo : (v > r.hi ? r.hi : v);
+    return r.dst_kind == F32 ? static_cast<float>(out) : out;
+}
+
+std::vector<double> probes(const Row& r) {
+    std::vector<double> v;
+    if (r.src_kind == I32) {
+        v = {-2147483648.0, 2147483647.0, -7, 12345};
+        if (!r.copied)
+            v.insert(v.end(), {r.lo - 1, r.lo, r.hi, r.hi + 1, floor((r.lo + r.hi) / 2)});
+    } else {
+        v = {kNaN, -kInf, kInf, -1e300, 1e300};
+        double mid = isinf(r.hi) ? 7.5 : r.lo + 0.37 * (r.hi - r.lo);
+        if (!r.copied) v.insert(v.end(), {r.lo - 0.25, r.lo, mid, r.hi, r.hi + 0.25});
+    }
+    return v;
+}
+
+sr_tunning_param defaultTuning() {
+    sr_tunning_param t;
+    memset(&t, 0, sizeof t);
+    tav_sr2_SrParams_setDefault(&t);
+    return t;
+}
+
+tav_sr2_SrParams paramsOf(const sr_tunning_param& t, double y_input) {
+    tav_sr2_SrParams p;
+    memset(&p, 0, sizeof p);
+    tav_sr2_SrParams_fromTuning(&t, y_input, &p);
+    return p;
+}
+
+bool sameOutside(const sr_tunning_param& a, const sr_tunning_param& b, size_t off, size_t n) {
+    const char* pa = reinterpret_cast<const char*>(&a);
+    const char* pb = reinterpret_cast<const char*>(&b);
+    for (size_t i = 0; i < sizeof a; ++i) {
+        if ((i < off || i >= off + n) && pa[i] != pb[i]) return false;
+    }
+    return true;
+}
+
+TEST(SrParams, DefaultsLeaveTheConditionAndLumaEpsAlone) {
+    sr_tunning_param t;
+    memset(&t, 0xA5, sizeof t);
+    sr_tunning_param pattern = t;
+    tav_sr2_SrParams_setDefault(&t);
+    EXPECT_EQ(memcmp(&t.iso, &pattern.iso, sizeof t.iso), 0);
+    EXPECT_EQ(memcmp(&t.adrc_gain, &pattern.adrc_gain, sizeof t.adrc_gain), 0);
+    EXPECT_EQ(memcmp(&t.ynr_high_eps, &pattern.ynr_high_eps, sizeof t.ynr_high_eps), 0);
+    EXPECT_EQ(memcmp(&t.ynr_low_eps, &pattern.ynr_low_eps, sizeof t.ynr_low_eps), 0);
+    // A few defaults that no limit would restore.
+    EXPECT_EQ(t.output_width, -1);
+    EXPECT_EQ(t.base_id, -1);
+    EXPECT_EQ(t.merge_reserved, 1);
+    EXPECT_EQ(t.deblur_limit, 5.0f);
+    EXPECT_EQ(t.nr_y_range[3], 0);
+    EXPECT_EQ(t.nr_y_strength[2], -1.0);
+    EXPECT_EQ(t.uv_strength_base, 1024);
+    EXPECT_EQ(t.large_move_ratio_thres, 95);
+    EXPECT_EQ(t.noise_level, 0.0);
+    EXPECT_EQ(t.hfe_level, 160);
+}
+
+TEST(SrParams, EveryRowLimitsIntoItsOwnFieldAndReadsBack) {
+    sr_tunning_param start = defaultTuning();
+    start.use_16bit = 0;  // so that fast_enable above 1 changes nothing beyond its own field
+    const tav_sr2_SrParams base = paramsOf(start, 1.0);
+    sr_tunning_param t0 = start;
+    double y0 = 0;
+    tav_sr2_SrParams_apply(&base, 0, &t0, &y0);
+
+    for (const Row& r : kRows) {
+        for (double v : probes(r)) {
+            SCOPED_TRACE(std::string(r.key) + " = " + std::to_string(v));
+            tav_sr2_SrParams p = base;
+            writeAs(&p, r.src, r.src_kind, v);
+            sr_tunning_param t = start;
+            double y = -99;
+            tav_sr2_SrParams_apply(&p, 0, &t, &y);
+
+            const bool engine = r.dst == kEngineField;
+            const double got = engine ? y : readAs(&t, r.dst, r.dst_kind);
+            const double want = expected(r, v);
+            if (isnan(want)) {
+                EXPECT_TRUE(isnan(got));
+            } else {
+                EXPECT_EQ(got, want);
+            }
+            EXPECT_TRUE(engine ? sameOutside(t, t0, 0, 0)
+                               : sameOutside(t, t0, r.dst, kindSize(r.dst_kind)));
+
+            if (isnan(want) || isinf(want)) continue;
+            const tav_sr2_SrParams back = paramsOf(t, y);
+            EXPECT_EQ(readAs(&back, r.src, r.src_kind), want);
+        }
+    }
+}
+
+TEST(SrParams, ApplyLeavesFieldsWithoutARowAlone) {
+    sr_tunning_param t;
+    memset(&t, 0xA5, sizeof t);
+    std::vector<bool> written(sizeof t, false);
+    auto mark = [&](size_t off, size_t n) {
+        for (size_t i = off; i < off + n; ++i)
+            written[i] = true;
+    };
+    for (const Row& r : kRows) {
+        if (r.dst != kEngineField) mark(r.dst, kindSize(r.dst_kind));
+    }
+    mark(offsetof(sr_tunning_param, hfe_level), 4);
+    mark(offsetof(sr_tunning_param, gf_window2), 4);
+    mark(offsetof(sr_tunning_param, nr_uv_window), 4);
+
+    const tav_sr2_SrParams p = paramsOf(defaultTuning(), 0);  // fast_enable 0: use_16bit stays
+    double y = 0;
+    tav_sr2_SrParams_apply(&p, 0, &t, &y);
+    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(&t);
+    for (size_t i = 0; i < sizeof t; ++i) {
+        if (!written[i]) {
+            EXPECT_EQ(bytes[i], 0xA5) << "byte " << i;
+        }
+    }
+}
+
+TEST(SrParams, HfeLevelCarriesBit128AndSaturates) {
+    std::vector<int32_t> levels = {INT32_MIN, -1000, -1, INT32_MAX};
+    for (int32_t v = 0; v <= 300; ++v)
+        levels.push_back(v);
+    for (int32_t v : levels) {
+        tav_sr2_SrParams p = paramsOf(defaultTuning(), 0);
+        p.hfe_level = v;
+        sr_tunning_param t = defaultTuning();
+        double y;
+        tav_sr2_SrParams_apply(&p, 0, &t, &y);
+        const int32_t want = v <= 0 ? 128 : (v < 127 ? 128 + v : 255);
+        EXPECT_EQ(t.hfe_level, want) << v;
+        EXPECT_EQ(paramsOf(t, 0).hfe_level, want) << v;  // read back as stored
+    }
+}
+
+TEST(SrParams, NrModesIndexTheWindowTable) {
+    const int32_t windows[4] = {3, 9, 21, 41};
+    for (int32_t mode : {INT32_MIN, -5, -1, 0, 1, 2, 3, 4, 7, INT32_MAX}) {
+        tav_sr2_SrParams p = paramsOf(defaultTuning(), 0);
+        p.y_nr_mode = mode;
+        p.c_nr_mode = mode;
+        sr_tunning_param t = defaultTuning();
+        double y;
+        tav_sr2_SrParams_apply(&p, 0, &t, &y);
+        const int32_t want = windows[mode < 0 ? 0 : (mode > 3 ? 3 : mode)];
+        EXPECT_EQ(t.gf_window2, want) << mode;
+        EXPECT_EQ(t.nr_uv_window, want) << mode;
+    }
+    for (int32_t w = -1; w <= 50; ++w) {
+        sr_tunning_param t = defaultTuning();
+        t.gf_window2 = w;
+        t.nr_uv_window = w;
+        int32_t want = 1;
+        for (int32_t i = 0; i < 4; ++i) {
+            if (windows[i] == w) want = i;
+        }
+        const tav_sr2_SrParams p = paramsOf(t, 0);
+        EXPECT_EQ(p.y_nr_mode, want) << w;
+        EXPECT_EQ(p.c_nr_mode, want) << w;
+    }
+}
+
+TEST(SrParams, FastModesFromTwoTurnTheGpuMergeOff) {
+    for (int32_t v = -2; v <= 6; ++v) {
+        for (int32_t use16 : {0, 1}) {
+            tav_sr2_SrParams p = paramsOf(defaultTuning(), 0);
+            p.fast_enable = v;
+            sr_tunning_param t = defaultTuning();
+            t.use_16bit = use16;
+            double y;
+            tav_sr2_SrParams_apply(&p, 0, &t, &y);
+            EXPECT_EQ(t.fast_merge_mode, v < 0 ? 0 : (v > 3 ? 3 : v)) << v;
+            EXPECT_EQ(t.use_16bit, v >= 2 ? 0 : use16) << v;
+        }
+    }
+}
+
+TEST(SrParams, SuperZoomForcesTheAlignmentShrink) {
+    const tav_sr2_SrParams p = paramsOf(defaultTuning(), 0);
+    for (int32_t shrink : {0, 1, 5}) {
+        for (int super_zoom : {0, 1}) {
+            sr_tunning_param t = defaultTuning();
+            t.detectmotion_shrink_ratio = shrink;
+            sr_tunning_param other = t;
+            double y;
+            tav_sr2_SrParams_apply(&p, super_zoom, &t, &y);
+            tav_sr2_SrParams_apply(&p, 0, &other, &y);
+            EXPECT_EQ(t.detectmotion_shrink_ratio, super_zoom ? 2 : shrink);
+            EXPECT_TRUE(
+                sameOutside(t, other, offsetof(sr_tunning_param, detectmotion_shrink_ratio), 4));
+        }
+    }
+}
+
+TEST(SrParams, GetSetGetSettlesAfterOneSet) {
+    const sr_tunning_param t0 = defaultTuning();
+    sr_tunning_param t1 = t0;
+    double y = 0;
+    tav_sr2_SrParams p1 = paramsOf(t0, 2.5);
+    tav_sr2_SrParams_apply(&p1, 0, &t1, &y);
+    EXPECT_EQ(y, 2.5);
+    // The defaults hold a hfe level with bit 128 and a window of 1: only these two move.
+    EXPECT_EQ(t1.hfe_level, 255);
+    EXPECT_EQ(t1.gf_window2, 9);
+    sr_tunning_param cmp = t1;
+    cmp.hfe_level = t0.hfe_level;
+    cmp.gf_window2 = t0.gf_window2;
+    EXPECT_EQ(memcmp(&cmp, &t0, sizeof cmp), 0);
+
+    const tav_sr2_SrParams p2 = paramsOf(t1, y);
+    sr_tunning_param t2 = t1;
+    tav_sr2_SrParams_apply(&p2, 0, &t2, &y);
+    EXPECT_EQ(memcmp(&t2, &t1, sizeof t1), 0);
+    const tav_sr2_SrParams p3 = paramsOf(t2, y);
+    EXPECT_EQ(memcmp(&p3, &p2, sizeof p2), 0);
+}
+
+// Log capture: the info sink of the engine logger is swapped for one that keeps each line.
+std::vector<std::string> g_lines;
+std::vector<std::string> g_tags;
+
+void captureSink(const char* tag, const char* fmt, va_list ap) {
+    char buf[512];
+    vsnprintf(buf, sizeof buf, fmt, ap);
+    g_lines.push_back(buf);
+    g_tags.push_back(tag);
+}
+
+std::vector<std::string> capturePrint(const sr_tunning_param& t, int32_t level) {
+    g_lines.clear();
+    g_tags.clear();
+    tav_sr2_Logger_enable();
+    tav_sr2_Logger_setLevel(level);
+    tav_sr2_logger->sink_i = captureSink;
+    tav_sr2_SrParams_print(&t);
+    tav_sr2_Logger_disable();
+    return g_lines;
+}
+
+// Fields that no file key reaches (and the frame choice) appear only in the second block.
+bool inSecondPrint(const std::string& field) {
+    for (const char* f :
+         {"keld_mode", "removebrightnessdiff_image_enable", "do_unsharp_rate_for_skin",
+          "sharpness_skip_ratio", "select_frame", "base_id"}) {
+        if (field == f) return true;
+    }
+    return false;
+}
+
+const Row* rowOfField(const std::string& field) {
+    for (const Row& r : kRows) {
+        if (field == r.field && r.dst != kEngineField) return &r;
+    }
+    return nullptr;
+}
+
+TEST(SrParams, PrintOutLabelsAndValues) {
+    // Distinct in-range values everywhere, so that a label on the wrong field shows.
+    sr_tunning_param t = defaultTuning();
+    tav_sr2_SrParams p = paramsOf(t, 0);
+    int n = 0;
+    for (const Row& r : kRows) {
+        ++n;
+        double v = r.copied ? n : (isinf(r.hi) ? n : r.lo + (r.hi - r.lo) * (n % 7 + 1) / 9.0);
+        writeAs(&p, r.src, r.src_kind, r.src_kind == I32 ? floor(v) : v);
+    }
+    p.hfe_level = 3;
+    p.y_nr_mode = 3;
+    p.c_nr_mode = 0;
+    double y;
+    tav_sr2_SrParams_apply(&p, 0, &t, &y);
+    t.adrc_gain = 1.75;
+
+    EXPECT_TRUE(capturePrint(t, 1).empty());  // info lines need level 2
+    const std::vector<std::string> lines = capturePrint(t, 2);
+    for (const std::string& tag : g_tags)
+        EXPECT_EQ(tag, "TAV_SR2_SR_CORE_ENGINE");
+    const std::string stars = std::string(36, '*') + "\n";
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(lines[0], stars);
+    EXPECT_EQ(lines[1], "****** print sr_tunning_param ****** \n");
+
+    char buf[128];
+    auto contains = [&](const std::string& line) {
+        for (const std::string& l : lines) {
+            if (l == line) return true;
+        }
+        return false;
+    };
+    snprintf(buf, sizeof buf, " dark_light_nr_enable  (light_enable)          = %d\n",
+             t.dark_light_nr_enable);
+    EXPECT_TRUE(contains(buf));
+    EXPECT_TRUE(contains(" hfe_level             (128 + hfe_level)       = 131\n"));
+    EXPECT_TRUE(contains(" gf_window2            (y_nr_mode:3,9,21,41)   = 41\n"));
+    EXPECT_TRUE(contains(" adrc_gain                         (adrc_gain) = 1.750000\n"));
+    snprintf(buf, sizeof buf, " dither_noise_level(grain_adder = 1.5 * adrc_gain) = %f\n",
+             t.dither_noise_level);
+    EXPECT_TRUE(contains(buf));
+
+    // The first block: every keyed field under its name and its file key, '=' in one column
+    // where the names fit.
+    const std::regex pair(R"(^ ([a-z0-9_]+) +\(([^)]*)\) += (-?[0-9.]+)\n$)");
+    size_t i = 2;
+    int tuned = 0;
+    for (; i < lines.size() && lines[i] != stars; ++i) {
+        std::smatch m;
+        if (lines[i].rfind(" adrc_gain ", 0) == 0 ||
+            lines[i].rfind(" dither_noise_level(", 0) == 0) {
+            continue;
+        }
+        ASSERT_TRUE(std::regex_match(lines[i], m, pair)) << lines[i];
+        if (m[1].length() < 22 && m[2].length() < 22) {
+            EXPECT_EQ(lines[i].find('='), 47u) << lines[i];
+        }
+        const std::string field = m[1], key = m[2];
+        const Row* r = rowOfField(field);
+        if (r) {
+            EXPECT_EQ(key, r->key);
+            EXPECT_FALSE(inSecondPrint(field)) << field;
+            EXPECT_NEAR(std::stod(m[3]), readAs(&t, r->dst, r->dst_kind), 1e-6) << field;
+            ++tuned;
+        } else {
+            EXPECT_TRUE(field == "hfe_level" || field == "gf_window2" || field == "nr_uv_window")
+                << field;
+        }
+    }
+    int keyed = 0;
+    for (const Row& r : kRows)
+        keyed += r.dst != kEngineField && !inSecondPrint(r.field);
+    EXPECT_EQ(tuned, keyed - 1);  // the dither level has its own label
+    EXPECT_TRUE(contains(" nr_uv_window          (c_nr_mode:3,9,21,41)   = 3\n"));
+
+    ASSERT_LT(i + 1, lines.size());
+    EXPECT_EQ(lines[i + 1], "****** print sr_internal_param ****** \n");
+    // The internal fields, in this order.
+    std::istringstream names(
+        "zoom_ratio internal_zoom_ratio output_width output_height use_16bit keld_mode base_id "
+        "select_frame sharpness_skip_ratio eval_blur_sigma eval_blur_shrink_ratio "
+        "detectmotion_shrink_ratio deblur_noise_level do_unsharp_rate_for_skin "
+        "unsharp_4ghost_ratio nr_y_range nr_y_strength denoise_uv_strength gf_clip_eps2 "
+        "gf_clip_window2 large_move_ratio_thres removebrightnessdiff_image_enable");
+    size_t next = i + 2;
+    for (std::string name; names >> name; ++next) {
+        ASSERT_LT(next, lines.size());
+        EXPECT_EQ(lines[next].rfind("[param]" + name + " = ", 0), 0u) << lines[next];
+    }
+    EXPECT_EQ(next, lines.size());
+    EXPECT_TRUE(contains("[param]zoom_ratio = 1.000000\n"));
+    EXPECT_TRUE(contains("[param]output_width = -1\n"));
+    EXPECT_TRUE(contains("[param]deblur_noise_level = 5.000000\n"));
+    EXPECT_TRUE(contains("[param]nr_y_range = [1, 1, 1, 0]\n"));
+    EXPECT_TRUE(contains("[param]nr_y_strength = [-1.000000, -1.000000, -1.000000, 0.000000]\n"));
+    snprintf(buf, sizeof buf, "[param]base_id = %d\n", t.base_id);
+    EXPECT_TRUE(contains(buf));
+}
+
+}  // namespace

@@ -1,0 +1,585 @@
+#include "foundation/image.h"
+
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <vector>
+
+namespace {
+
+const uint8_t kSentinel = 0xEE;
+
+class ImageTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        region_.assign(1 << 20, 0);
+        ASSERT_EQ(tav_sr2_MemPool_init(&pool_, region_.data(), region_.size()), TAV_OK);
+        base_ = tav_sr2_MemPool_inUse(&pool_);
+    }
+    // Every block a test takes must be back: the pool reports a leak at finish.
+    void TearDown() override {
+#ifdef TAVRIN_FAULT_INJECTION
+        tav_sr2_MemPool_injectFailure(0, false);
+#endif
+        EXPECT_EQ(tav_sr2_MemPool_finish(&pool_), TAV_OK);
+    }
+    tav_sr2_Image owned(int w, int h, int code) {
+        tav_sr2_Image img;
+        EXPECT_EQ(tav_sr2_Image_init(&img, &pool_), TAV_OK);
+        EXPECT_EQ(tav_sr2_Image_alloc(&img, w, h, nullptr, code), TAV_OK);
+        return img;
+    }
+    std::vector<uint8_t> region_;
+    tav_sr2_MemPool pool_;
+    uint32_t base_ = 0;
+};
+
+tav_sr2_ImageLayout layoutOf(int w, int h, int code) {
+    tav_sr2_ImageLayout l;
+    tav_sr2_ImageFormat_layout(w, h, code, &l);
+    return l;
+}
+bool hasPlane(int code, int i) {
+    return tav_sr2_format_layout[code][4 * i] != 0;
+}
+
+void fillRandom(uint8_t* p, size_t n, uint32_t seed) {
+    std::mt19937 rng(seed);
+    for (size_t k = 0; k < n; k++)
+        p[k] = (uint8_t)rng();
+}
+
+bool in(int c, int a, int b) {
+    return c >= a && c <= b;
+}
+
+// Byte move of plane 0 for a crop at column x; -1 where the format offers no crop.
+int64_t lumaMove(int c, int64_t x) {
+    if (c == 1 || in(c, 68, 71) || c == 35 || in(c, 44, 49)) return x;
+    if (c == 2 || c == 3 || c == 6 || c == 8 || in(c, 72, 75) || in(c, 80, 87) || c == 50 ||
+        c == 64 || c == 52 || c == 53) {
+        return 2 * x;
+    }
+    if (c == 4 || c == 5 || c == 7 || in(c, 11, 22) || c == 67) return 4 * x;
+    if (c == 9 || c == 10 || in(c, 29, 34) || c == 88) return 3 * x;
+    if (c == 24) return 6 * x;
+    if (in(c, 25, 28)) return 16 * x;
+    if (c == 89) return 12 * x;
+    if (in(c, 36, 43)) return (2 * x) / 4 * 4;
+    if (in(c, 76, 79)) return x + x / 4;
+    return -1;
+}
+
+// Byte move of planes 1 and 2 for a crop at (x, y) with plane pitch p.
+int64_t chromaMove(int c, int64_t x, int64_t y, int64_t p) {
+    if (c == 35) return y * p + x;
+    if (c == 44) return y * p + x / 2;
+    if (in(c, 45, 46) || c == 50 || c == 64) return y * p + x / 2 * 2;
+    if (c == 47) return y / 2 * p + x / 2;
+    if (in(c, 48, 49)) return y / 2 * p + x / 2 * 2;
+    if (in(c, 52, 53)) return y / 2 * p + (2 * x) / 4 * 4;
+    if (c == 67) return y * p + (2 * x) / 4 * 4;
+    return 0;
+}
+
+// A source over caller memory with the layout's pitches.
+struct Wrapped {
+    std::vector<uint8_t> bytes;
+    tav_sr2_Image img{};
+    Wrapped(int w, int h, int code) : bytes(layoutOf(w, h, code).total + 1, kSentinel) {
+        EXPECT_EQ(tav_sr2_Image_wrapBuffer(&img, w, h, bytes.data(), (int32_t)bytes.size(), code),
+                  TAV_OK);
+    }
+};
+
+}  // namespace
+
+TEST_F(ImageTest, OwnedPlanesFollowEachOtherForEveryCode) {
+    std::mt19937 rng(3);
+    for (int c = 0; c < TAV_SR2_FORMAT_COUNT; c++) {
+        const int w = 1 + rng() % 37, h = 1 + rng() % 23;
+        tav_sr2_Image img = owned(w, h, c);
+        EXPECT_EQ(img.external, 0u);
+        EXPECT_EQ(img.width, w);
+        EXPECT_EQ(img.format, c);
+        EXPECT_EQ(img.pool, &pool_);
+        EXPECT_EQ((uintptr_t)img.plane[0] % 16, 0u);
+        const uint8_t* next = img.plane[0];
+        for (int i = 0; i < 3; i++) {
+            EXPECT_EQ(img.pitch[i], (int32_t)layoutOf(w, 1, c).pitch[i]) << c;
+            EXPECT_EQ(img.plane[i], hasPlane(c, i) ? next : nullptr) << "code " << c << " " << i;
+            if (hasPlane(c, i)) next += layoutOf(w, h, c).size[i];
+        }
+        EXPECT_EQ(tav_sr2_MemPool_inUse(&pool_) > base_, c != 0);
+        // Every byte of the block is writable: the sanitizer build checks the extent.
+        if (img.plane[0] != nullptr) memset(img.plane[0], 1, layoutOf(w, h, c).total);
+        EXPECT_EQ(tav_sr2_Image_finish(&img), TAV_OK);
+        EXPECT_EQ(img.pool, nullptr);
+        EXPECT_EQ(img.plane[0], nullptr);
+        EXPECT_EQ(tav_sr2_MemPool_inUse(&pool_), base_);
+    }
+}
+
+TEST_F(ImageTest, SetupKeepsABlockOfUnchangedSizeAndReleasesOnEmpty) {
+    tav_sr2_Image img = owned(100, 100, TAV_SR2_FMT_UINT8);
+    uint8_t* block = img.plane[0];
+    const uint32_t used = tav_sr2_MemPool_inUse(&pool_);
+#ifdef TAVRIN_FAULT_INJECTION
+    tav_sr2_MemPool_injectFailure(1, true);  // any allocation now would fail
+#endif
+    ASSERT_EQ(tav_sr2_Image_setup(&img, 50, 100, nullptr, TAV_SR2_FMT_UINT16), TAV_OK);
+    EXPECT_EQ(img.plane[0], block);
+    EXPECT_EQ(img.pitch[0], 100);
+    EXPECT_EQ(img.format, TAV_SR2_FMT_UINT16);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&pool_), used);
+#ifdef TAVRIN_FAULT_INJECTION
+    tav_sr2_MemPool_injectFailure(0, false);
+#endif
+    ASSERT_EQ(tav_sr2_Image_setup(&img, 64, 48, nullptr, TAV_SR2_FMT_YUV420_SEMIPLANAR), TAV_OK);
+    EXPECT_EQ(img.plane[1], img.plane[0] + 64 * 48);
+    EXPECT_GE(tav_sr2_MemPool_inUse(&pool_), base_ + 64 * 72);
+
+    ASSERT_EQ(tav_sr2_Image_setup(&img, 0, 0, nullptr, 0), TAV_OK);
+    EXPECT_EQ(img.plane[0], nullptr);
+    EXPECT_EQ(img.plane[1], nullptr);
+    EXPECT_EQ(img.pool, &pool_);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&pool_), base_);
+    EXPECT_EQ(tav_sr2_Image_alloc(&img, 8, 8, nullptr, TAV_SR2_FMT_UINT8), TAV_OK);
+    EXPECT_EQ(tav_sr2_Image_finish(&img), TAV_OK);
+
+    EXPECT_EQ(tav_sr2_Image_setup(nullptr, 1, 1, nullptr, 1), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_setup(&img, -1, 1, nullptr, 1), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_setup(&img, 1, -1, nullptr, 1), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_setup(&img, 1, 1, nullptr, 90), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_setup(&img, 1, 1, nullptr, -1), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_init(nullptr, &pool_), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_finish(nullptr), TAV_ERROR_PARAM);
+}
+
+TEST_F(ImageTest, CallerPlanesAndTheAllocBufferAsymmetry) {
+    uint8_t mem[3][256];
+    tav_sr2_Image img = owned(16, 16, TAV_SR2_FMT_YUV444_PLANAR);
+    tav_sr2_ImagePlanes2 two = {{mem[0], mem[1]}, {20, 22}};
+    // Going external releases the owned block; the unused third plane is cleared.
+    ASSERT_EQ(tav_sr2_Image_setup(&img, 10, 6, &two, TAV_SR2_FMT_YVU420_SEMIPLANAR), TAV_OK);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&pool_), base_);
+    EXPECT_EQ(img.external, 1u);
+    EXPECT_EQ(img.plane[0], mem[0]);
+    EXPECT_EQ(img.plane[1], mem[1]);
+    EXPECT_EQ(img.plane[2], nullptr);
+    EXPECT_EQ(img.pitch[1], 22);
+    EXPECT_EQ(img.pitch[2], 0);
+    tav_sr2_ImagePlanes3 three = {{mem[0], mem[1], mem[2]}, {7, 8, 9}};
+    ASSERT_EQ(tav_sr2_Image_setup(&img, 4, 4, &three, TAV_SR2_FMT_YUV420_PLANAR), TAV_OK);
+    EXPECT_EQ(img.plane[2], mem[2]);
+    EXPECT_EQ(img.pitch[2], 9);
+    tav_sr2_ImagePlanes1 one = {{mem[2]}, {5}};
+    ASSERT_EQ(tav_sr2_Image_setup(&img, 4, 4, &one, TAV_SR2_FMT_UINT8), TAV_OK);
+    EXPECT_EQ(img.plane[0], mem[2]);
+    EXPECT_EQ(img.plane[1], nullptr);
+    EXPECT_EQ(img.pitch[0], 5);
+
+    // One plane: the buffer is the pixels. Two or three: an array of plane pointers.
+    ASSERT_EQ(tav_sr2_Image_alloc(&img, 9, 4, mem[1], TAV_SR2_FMT_RGB888), TAV_OK);
+    EXPECT_EQ(img.plane[0], mem[1]);
+    EXPECT_EQ(img.pitch[0], 27);
+    uint8_t* ptrs[3] = {mem[2], mem[0], mem[1]};
+    ASSERT_EQ(tav_sr2_Image_alloc(&img, 5, 4, ptrs, TAV_SR2_FMT_YUV420_SEMIPLANAR), TAV_OK);
+    EXPECT_EQ(img.plane[0], mem[2]);
+    EXPECT_EQ(img.plane[1], mem[0]);
+    EXPECT_EQ(img.plane[2], nullptr);
+    EXPECT_EQ(img.pitch[0], 6);
+    EXPECT_EQ(img.pitch[1], 6);
+    ASSERT_EQ(tav_sr2_Image_alloc(&img, 5, 4, ptrs, TAV_SR2_FMT_YUV422_PLANAR), TAV_OK);
+    EXPECT_EQ(img.plane[2], mem[1]);
+    EXPECT_EQ(img.pitch[2], 3);
+    EXPECT_EQ(tav_sr2_Image_alloc(&img, 5, 4, ptrs, 90), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_alloc(nullptr, 5, 4, ptrs, 1), TAV_ERROR_PARAM);
+
+    // A view set up to owned storage of no bytes must not keep the foreign pointer.
+    ASSERT_EQ(tav_sr2_Image_setup(&img, 0, 4, nullptr, TAV_SR2_FMT_UINT8), TAV_OK);
+    EXPECT_EQ(img.plane[0], nullptr);
+    EXPECT_EQ(img.external, 0u);
+    EXPECT_EQ(tav_sr2_Image_finish(&img), TAV_OK);
+}
+
+TEST_F(ImageTest, ExhaustedMemoryLeavesNoBlock) {
+    std::vector<uint8_t> small(4096);
+    tav_sr2_MemPool tiny;
+    ASSERT_EQ(tav_sr2_MemPool_init(&tiny, small.data(), small.size()), TAV_OK);
+    tav_sr2_Image img;
+    tav_sr2_Image_init(&img, &tiny);
+    ASSERT_EQ(tav_sr2_Image_alloc(&img, 32, 32, nullptr, TAV_SR2_FMT_UINT8), TAV_OK);
+    // The old block goes before the new one is sought, so the image ends with none.
+    EXPECT_EQ(tav_sr2_Image_alloc(&img, 100, 100, nullptr, TAV_SR2_FMT_UINT8), TAV_ERROR_MALLOC);
+    EXPECT_EQ(img.plane[0], nullptr);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&tiny), 0u);
+    EXPECT_EQ(tav_sr2_Image_alloc(&img, 32, 32, nullptr, TAV_SR2_FMT_UINT8), TAV_OK);
+    tav_sr2_Image from = owned(100, 100, TAV_SR2_FMT_UINT8);
+    EXPECT_EQ(tav_sr2_Image_copy(&img, &from), TAV_ERROR_MALLOC);
+    EXPECT_EQ(img.plane[0], nullptr);
+    EXPECT_EQ(tav_sr2_Image_finish(&img), TAV_OK);
+    EXPECT_EQ(tav_sr2_MemPool_finish(&tiny), TAV_OK);
+
+    tav_sr2_Image unbound;
+    tav_sr2_Image_init(&unbound, nullptr);
+    EXPECT_EQ(tav_sr2_Image_alloc(&unbound, 4, 4, nullptr, 1), TAV_ERROR_MALLOC);
+    EXPECT_EQ(tav_sr2_Image_alloc(&unbound, 0, 4, nullptr, 1), TAV_OK);  // nothing to take
+
+#ifdef TAVRIN_FAULT_INJECTION
+    tav_sr2_Image_init(&img, &pool_);
+    tav_sr2_MemPool_injectFailure(1, false);
+    EXPECT_EQ(tav_sr2_Image_alloc(&img, 64, 64, nullptr, TAV_SR2_FMT_YUV420_SEMIPLANAR),
+              TAV_ERROR_MALLOC);
+    EXPECT_EQ(img.plane[0], nullptr);
+    EXPECT_EQ(tav_sr2_Image_alloc(&img, 64, 64, nullptr, TAV_SR2_FMT_YUV420_SEMIPLANAR), TAV_OK);
+    EXPECT_EQ(tav_sr2_Image_finish(&img), TAV_OK);
+#endif
+    EXPECT_EQ(tav_sr2_Image_finish(&from), TAV_OK);
+}
+
+TEST_F(ImageTest, WrapBufferLaysPlanesInTheCallerBuffer) {
+    const int32_t total = (int32_t)layoutOf(6, 5, TAV_SR2_FMT_YUV420_PLANAR).total;
+    std::vector<uint8_t> buf(total);
+    tav_sr2_Image img;
+    tav_sr2_Image_init(&img, &pool_);
+    EXPECT_EQ(tav_sr2_Image_wrapBuffer(&img, 6, 5, buf.data(), total - 1, 47), TAV_ERROR_PARAM);
+    ASSERT_EQ(tav_sr2_Image_wrapBuffer(&img, 6, 5, buf.data(), total, 47), TAV_OK);
+    EXPECT_EQ(img.external, 1u);
+    EXPECT_EQ(img.pool, &pool_);
+    EXPECT_EQ(img.plane[0], buf.data());
+    EXPECT_EQ(img.plane[1], buf.data() + layoutOf(6, 5, 47).size[0]);
+    EXPECT_EQ(img.plane[2], img.plane[1] + layoutOf(6, 5, 47).size[1]);
+    EXPECT_EQ(img.plane[2] + layoutOf(6, 5, 47).size[2], buf.data() + total);
+    EXPECT_EQ(img.pitch[1], 3);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&pool_), base_);
+    ASSERT_EQ(tav_sr2_Image_wrapBuffer(&img, 6, 5, buf.data(), total, 0), TAV_OK);
+    EXPECT_EQ(img.plane[0], nullptr);
+    EXPECT_EQ(tav_sr2_Image_wrapBuffer(nullptr, 6, 5, buf.data(), total, 1), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_wrapBuffer(&img, 6, 5, nullptr, total, 1), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_wrapBuffer(&img, 6, 5, buf.data(), -1, 0), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_wrapBuffer(&img, 6, 5, buf.data(), total, 90), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_wrapBuffer(&img, -6, 5, buf.data(), total, 1), TAV_ERROR_PARAM);
+    // Finishing a wrapped image releases nothing.
+    EXPECT_EQ(tav_sr2_Image_finish(&img), TAV_OK);
+}
+
+TEST_F(ImageTest, CropMovesEachPlaneByTheFormatsByteRule) {
+    std::mt19937 rng(11);
+    const int w = 48, h = 16;
+    for (int c = 1; c < TAV_SR2_FORMAT_COUNT; c++) {
+        Wrapped src(w, h, c);
+        for (int trial = 0; trial < 4; trial++) {
+            const int x = rng() % w, y = rng() % h;
+            const int cw = 1 + rng() % (w - x), ch = 1 + rng() % (h - y);
+            tav_sr2_Image view;
+            const uint32_t st = tav_sr2_Image_crop(&view, &src.img, x, y, cw, ch);
+            if (lumaMove(c, x) < 0) {
+                EXPECT_EQ(st, TAV_ERROR_UNSUPPORTED) << c;
+                continue;
+            }
+            ASSERT_EQ(st, TAV_OK) << c;
+            EXPECT_EQ(view.width, cw);
+            EXPECT_EQ(view.height, ch);
+            EXPECT_EQ(view.format, c);
+            EXPECT_EQ(view.external, 1u);
+            EXPECT_EQ(view.plane[0] - src.img.plane[0], y * src.img.pitch[0] + lumaMove(c, x))
+                << "code " << c << " x " << x;
+            for (int i = 1; i < 3; i++) {
+                const int64_t want = chromaMove(c, x, y, src.img.pitch[i]);
+                if (hasPlane(c, i)) {
+                    EXPECT_EQ(view.plane[i] - src.img.plane[i], want) << "code " << c << " x " << x;
+                } else {
+                    EXPECT_EQ(view.plane[i], nullptr);
+                }
+            }
+            for (int i = 0; i < 3; i++)
+                EXPECT_EQ(view.pitch[i], src.img.pitch[i]);
+        }
+    }
+    Wrapped nv(12, 8, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    Wrapped packed(12, 8, TAV_SR2_FMT_YUV10B_PACKED_LE_420S);
+    tav_sr2_Image view;
+    EXPECT_EQ(tav_sr2_Image_crop(&view, &packed.img, 0, 0, 6, 2), TAV_ERROR_UNSUPPORTED);
+    EXPECT_EQ(tav_sr2_Image_crop(&view, &nv.img, 2, 0, 11, 8), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_crop(&view, &nv.img, 0, 2, 12, 7), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_crop(&view, &nv.img, -1, 0, 2, 2), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_crop(&view, &nv.img, 0, 0, -1, 2), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_crop(nullptr, &nv.img, 0, 0, 2, 2), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_crop(&view, nullptr, 0, 0, 2, 2), TAV_ERROR_PARAM);
+    tav_sr2_Image broken = nv.img;
+    broken.plane[1] = nullptr;
+    EXPECT_EQ(tav_sr2_Image_crop(&view, &broken, 0, 0, 2, 2), TAV_ERROR_PARAM);
+    broken = nv.img;
+    broken.pitch[0] = 0;
+    EXPECT_EQ(tav_sr2_Image_crop(&view, &broken, 0, 0, 2, 2), TAV_ERROR_PARAM);
+    broken = nv.img;
+    broken.format = 0;
+    EXPECT_EQ(tav_sr2_Image_crop(&view, &broken, 0, 0, 2, 2), TAV_ERROR_UNSUPPORTED);
+
+    ASSERT_EQ(tav_sr2_Image_crop(&view, &nv.img, 12, 3, 0, 5), TAV_OK);
+    EXPECT_EQ(view.plane[0], nullptr);
+    EXPECT_EQ(view.plane[1], nullptr);
+    EXPECT_EQ(view.pitch[1], 12);
+    EXPECT_EQ(view.height, 5);
+    // In place: the record is its own source.
+    tav_sr2_Image self = nv.img;
+    ASSERT_EQ(tav_sr2_Image_crop(&self, &self, 4, 2, 4, 4), TAV_OK);
+    EXPECT_EQ(self.plane[1], nv.img.plane[1] + 12 + 4);
+}
+
+namespace {
+enum ViewOp { kPlane0, kPlane1, kPlane2, kChroma };
+struct ViewCase {
+    int op;  // kPlane1 stands for both planar views
+    std::vector<int> codes;
+    int format, wshift, hshift;
+    std::function<int64_t(int64_t x, int64_t y, int64_t p)> move;
+};
+const ViewCase kViews[] = {
+    {kPlane0,
+     {1, 35, 44, 45, 46, 47, 48, 49},
+     1,
+     0,
+     0,
+     [](auto x, auto y, auto p) { return y * p + x; }},
+    {kPlane0, {3, 50, 52, 53, 64}, 3, 0, 0, [](auto x, auto y, auto p) { return y * p + 2 * x; }},
+    {kPlane0, {67}, 5, 0, 0, [](auto x, auto y, auto p) { return y * p + 4 * x; }},
+    {kPlane1, {35}, 1, 0, 0, [](auto x, auto y, auto p) { return y * p + x; }},
+    {kPlane1, {44}, 1, 1, 0, [](auto x, auto y, auto p) { return y * p + x / 2; }},
+    {kPlane1, {47}, 1, 1, 1, [](auto x, auto y, auto p) { return y / 2 * p + x / 2; }},
+    {kPlane1, {50, 64}, 3, 1, 0, [](auto x, auto y, auto p) { return y * p + x / 2 * 2; }},
+    {kPlane1, {67}, 5, 1, 0, [](auto x, auto y, auto p) { return y * p + 2 * x / 4 * 4; }},
+    {kChroma, {45, 46}, 6, 1, 0, [](auto x, auto y, auto p) { return y * p + x / 2 * 2; }},
+    {kChroma, {48, 49}, 6, 1, 1, [](auto x, auto y, auto p) { return y / 2 * p + x / 2 * 2; }},
+    {kChroma, {52, 53}, 7, 1, 1, [](auto x, auto y, auto p) { return y / 2 * p + 4 * (x / 2); }},
+};
+const ViewCase* findView(int op, int code) {
+    const int key = op == kPlane2 ? kPlane1 : op;
+    for (const ViewCase& v : kViews) {
+        if (v.op != key) continue;
+        for (int c : v.codes) {
+            if (c == code) return &v;
+        }
+    }
+    return nullptr;
+}
+uint32_t view(int op, tav_sr2_Image* dst, const tav_sr2_Image* src, int x, int y, int w, int h) {
+    switch (op) {
+        case kPlane0:
+            return tav_sr2_Image_viewPlane0(dst, src, x, y, w, h);
+        case kPlane1:
+            return tav_sr2_Image_viewPlane1(dst, src, x, y, w, h);
+        case kPlane2:
+            return tav_sr2_Image_viewPlane2(dst, src, x, y, w, h);
+    }
+    return tav_sr2_Image_viewChroma(dst, src, x, y, w, h);
+}
+}  // namespace
+
+TEST_F(ImageTest, PlaneViewsShowOnePlaneOfTheSupportedFamilies) {
+    const int x = 3, y = 5, w = 7, h = 5;
+    for (int op = kPlane0; op <= kChroma; op++) {
+        const int plane = op == kPlane2 ? 2 : op == kPlane0 ? 0 : 1;
+        for (int c = 1; c < TAV_SR2_FORMAT_COUNT; c++) {
+            Wrapped src(24, 12, c);
+            tav_sr2_Image v;
+            const uint32_t st = view(op, &v, &src.img, x, y, w, h);
+            const ViewCase* want = findView(op, c);
+            if (want == nullptr) {
+                EXPECT_EQ(st, TAV_ERROR_UNSUPPORTED) << "op " << op << " code " << c;
+                continue;
+            }
+            ASSERT_EQ(st, TAV_OK) << "op " << op << " code " << c;
+            const int32_t p = src.img.pitch[plane];
+            EXPECT_EQ(v.format, want->format);
+            EXPECT_EQ(v.width, w >> want->wshift);
+            EXPECT_EQ(v.height, h >> want->hshift);
+            EXPECT_EQ(v.pitch[0], p);
+            EXPECT_EQ(v.plane[0] - src.img.plane[plane], want->move(x, y, p)) << op << " " << c;
+            EXPECT_EQ(v.plane[1], nullptr);
+            EXPECT_EQ(v.external, 1u);
+        }
+    }
+    Wrapped nv(8, 8, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    tav_sr2_Image v;
+    ASSERT_EQ(tav_sr2_Image_viewChroma(&v, &nv.img, 2, 2, 0, 3), TAV_OK);
+    EXPECT_EQ(v.format, TAV_SR2_FMT_UINT8);
+    EXPECT_EQ(v.plane[0], nullptr);
+    EXPECT_EQ(tav_sr2_Image_viewPlane0(&v, &nv.img, 1, 0, 8, 1), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_viewPlane0(nullptr, &nv.img, 0, 0, 1, 1), TAV_ERROR_PARAM);
+    tav_sr2_Image broken = nv.img;
+    broken.plane[1] = nullptr;
+    EXPECT_EQ(tav_sr2_Image_viewChroma(&v, &broken, 0, 0, 2, 2), TAV_ERROR_PARAM);
+    broken = nv.img;
+    broken.format = 90;
+    EXPECT_EQ(tav_sr2_Image_viewChroma(&v, &broken, 0, 0, 2, 2), TAV_ERROR_UNSUPPORTED);
+}
+
+namespace {
+// Copies a random w x h picture of this code into caller planes wider than the layout's pitch,
+// and checks that exactly the real pixels of each plane arrived and nothing else moved.
+void checkCopyTouchesOnlyRealPixels(tav_sr2_MemPool* pool, int code, int w, int h) {
+    SCOPED_TRACE(testing::Message() << "code " << code << " " << w << "x" << h);
+    tav_sr2_Image src;
+    tav_sr2_Image_init(&src, pool);
+    ASSERT_EQ(tav_sr2_Image_alloc(&src, w, h, nullptr, code), TAV_OK);
+    fillRandom(src.plane[0], layoutOf(w, h, code).total, code);
+
+    std::vector<uint8_t> mem[3];
+    tav_sr2_ImagePlanes3 three = {};
+    int count = 0;
+    for (int i = 0; i < 3 && hasPlane(code, i); i++, count++) {
+        three.pitch[i] = (int32_t)layoutOf(w, 1, code).pitch[i] + 3;
+        mem[i].assign((size_t)three.pitch[i] * (layoutOf(w, h, code).rows[i] + 1), kSentinel);
+        three.plane[i] = mem[i].data();
+    }
+    tav_sr2_ImagePlanes2 two = {{three.plane[0], three.plane[1]}, {three.pitch[0], three.pitch[1]}};
+    tav_sr2_ImagePlanes1 one = {{three.plane[0]}, {three.pitch[0]}};
+    const void* block = count == 3 ? (const void*)&three : count == 2 ? (const void*)&two : &one;
+    tav_sr2_Image dst{};
+    ASSERT_EQ(tav_sr2_Image_setup(&dst, w, h, block, code), TAV_OK);
+    ASSERT_EQ(tav_sr2_Image_copy(&dst, &src), TAV_OK);
+
+    for (int i = 0; i < count; i++) {
+        const uint8_t* p = tav_sr2_format_layout[code] + 4 * i;
+        const int row_bytes = (w + p[1] - 1) / p[1] * p[0];
+        const int rows = (h + (1 << p[3]) - 1) >> p[3];
+        for (size_t k = 0; k < mem[i].size(); k++) {
+            const int r = (int)(k / three.pitch[i]), col = (int)(k % three.pitch[i]);
+            const bool real = r < rows && col < row_bytes;
+            const uint8_t want = real ? src.plane[i][r * src.pitch[i] + col] : kSentinel;
+            ASSERT_EQ(mem[i][k], want) << "plane " << i << " row " << r << " byte " << col;
+        }
+    }
+    tav_sr2_Image_finish(&src);
+}
+}  // namespace
+
+TEST_F(ImageTest, CopyMovesRealPixelsAndNotPadding) {
+    checkCopyTouchesOnlyRealPixels(&pool_, TAV_SR2_FMT_YUV420_SEMIPLANAR, 5, 5);
+    checkCopyTouchesOnlyRealPixels(&pool_, TAV_SR2_FMT_YUV420_PLANAR, 7, 3);
+    checkCopyTouchesOnlyRealPixels(&pool_, TAV_SR2_FMT_YUV10B_PACKED_LE_420S, 7, 3);
+    checkCopyTouchesOnlyRealPixels(&pool_, TAV_SR2_FMT_YUV422_YUYV, 5, 2);
+    checkCopyTouchesOnlyRealPixels(&pool_, TAV_SR2_FMT_BAYER10_M8L2PACKED_GRBG, 6, 3);
+    checkCopyTouchesOnlyRealPixels(&pool_, TAV_SR2_FMT_YUV10B_PACKED_LE_422_UYVY, 7, 2);
+    checkCopyTouchesOnlyRealPixels(&pool_, TAV_SR2_FMT_LAB, 3, 2);
+    checkCopyTouchesOnlyRealPixels(&pool_, TAV_SR2_FMT_YUV10B420_SEMIPLANAR, 9, 7);
+
+    // Width 5 of the semi-planar frame: pitch 6, five luma bytes and six chroma bytes a row.
+    tav_sr2_Image src = owned(5, 4, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    memset(src.plane[0], 0x11, layoutOf(5, 4, 48).total);
+    std::vector<uint8_t> buf(layoutOf(5, 4, 48).total, kSentinel);
+    tav_sr2_Image dst{};
+    ASSERT_EQ(tav_sr2_Image_wrapBuffer(&dst, 5, 4, buf.data(), (int32_t)buf.size(), 48), TAV_OK);
+    ASSERT_EQ(tav_sr2_Image_copy(&dst, &src), TAV_OK);
+    EXPECT_EQ(buf[4], 0x11);
+    EXPECT_EQ(buf[5], kSentinel);
+    EXPECT_EQ(buf[24 + 5], 0x11);
+
+    // An owned destination is sized to the source.
+    tav_sr2_Image sized;
+    tav_sr2_Image_init(&sized, &pool_);
+    ASSERT_EQ(tav_sr2_Image_copy(&sized, &dst), TAV_OK);
+    EXPECT_EQ(sized.external, 0u);
+    EXPECT_EQ(sized.width, 5);
+    EXPECT_EQ(memcmp(sized.plane[1], dst.plane[1], 12), 0);
+    EXPECT_EQ(memcmp(sized.plane[0] + 6, dst.plane[0] + 6, 5), 0);
+
+    // An external destination of another size is refused and left as it was.
+    std::vector<uint8_t> other(layoutOf(6, 4, 48).total, kSentinel);
+    tav_sr2_Image wrong{};
+    tav_sr2_Image_wrapBuffer(&wrong, 6, 4, other.data(), (int32_t)other.size(), 48);
+    EXPECT_EQ(tav_sr2_Image_copy(&wrong, &src), TAV_ERROR_PARAM);
+    EXPECT_EQ(std::count(other.begin(), other.end(), kSentinel), (long)other.size());
+    tav_sr2_Image_wrapBuffer(&wrong, 5, 4, other.data(), (int32_t)other.size(), 49);
+    EXPECT_EQ(tav_sr2_Image_copy(&wrong, &src), TAV_ERROR_PARAM);
+    tav_sr2_Image_wrapBuffer(&wrong, 5, 4, other.data(), (int32_t)other.size(), 48);
+    wrong.plane[1] = nullptr;
+    EXPECT_EQ(tav_sr2_Image_copy(&wrong, &src), TAV_ERROR_PARAM);
+
+    EXPECT_EQ(tav_sr2_Image_copy(&src, &src), TAV_OK);
+    tav_sr2_Image alias = src;
+    alias.external = 1;
+    EXPECT_EQ(tav_sr2_Image_copy(&alias, &src), TAV_OK);
+    EXPECT_EQ(tav_sr2_Image_copy(nullptr, &src), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_copy(&dst, nullptr), TAV_ERROR_PARAM);
+    tav_sr2_Image bad = src;
+    bad.plane[1] = nullptr;
+    EXPECT_EQ(tav_sr2_Image_copy(&dst, &bad), TAV_ERROR_PARAM);
+    bad = src;
+    bad.height = 0;
+    EXPECT_EQ(tav_sr2_Image_copy(&dst, &bad), TAV_ERROR_PARAM);
+    bad = src;
+    bad.format = 0;
+    EXPECT_EQ(tav_sr2_Image_copy(&dst, &bad), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_finish(&sized), TAV_OK);
+    EXPECT_EQ(tav_sr2_Image_finish(&src), TAV_OK);
+}
+
+TEST_F(ImageTest, CopyRectPlacesASourceRectangle) {
+    const int w = 16, h = 8;
+    tav_sr2_Image src = owned(w, h, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    tav_sr2_Image dst = owned(w, h, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    fillRandom(src.plane[0], layoutOf(w, h, 48).total, 5);
+    memset(dst.plane[0], 0, layoutOf(w, h, 48).total);
+    const tav_sr2_Rect rect = {2, 4, 8, 8};
+    ASSERT_EQ(tav_sr2_Image_copyRect(&dst, &src, 4, 2, &rect), TAV_OK);
+    for (int r = 0; r < h; r++) {
+        for (int c = 0; c < w; c++) {
+            const bool inside = r >= 2 && r < 6 && c >= 4 && c < 10;
+            const int want = inside ? src.plane[0][(r + 2) * w + c - 2] : 0;
+            ASSERT_EQ(dst.plane[0][r * w + c], want) << r << "," << c;
+            if (r >= h / 2) continue;
+            const bool chroma_inside = r >= 1 && r < 3 && c >= 4 && c < 10;
+            const int chroma_want = chroma_inside ? src.plane[1][(r + 1) * w + c - 2] : 0;
+            ASSERT_EQ(dst.plane[1][r * w + c], chroma_want) << r << "," << c;
+        }
+    }
+    const std::vector<uint8_t> before(dst.plane[0], dst.plane[0] + layoutOf(w, h, 48).total);
+    const tav_sr2_Rect odd_left = {1, 0, 5, 2}, odd_top = {0, 1, 4, 3}, wide = {0, 0, 18, 2};
+    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 3, 0, &rect), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 1, &rect), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 0, &odd_left), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 0, &odd_top), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 0, &wide), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 12, 0, &rect), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 0, nullptr), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_copyRect(nullptr, &src, 0, 0, &rect), TAV_ERROR_PARAM);
+    const tav_sr2_Rect empty = {4, 4, 4, 8}, inverted = {6, 2, 2, 4};
+    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 0, &empty), TAV_OK);
+    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 0, &inverted), TAV_OK);
+    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &dst, 0, 0, &rect), TAV_OK);
+    EXPECT_TRUE(std::equal(before.begin(), before.end(), dst.plane[0]));
+
+    Wrapped a(12, 4, TAV_SR2_FMT_YUV10B_PACKED_LE_420S),
+        b(12, 4, TAV_SR2_FMT_YUV10B_PACKED_LE_420S);
+    const tav_sr2_Rect whole = {0, 0, 6, 2};
+    EXPECT_EQ(tav_sr2_Image_copyRect(&a.img, &b.img, 6, 2, &whole), TAV_ERROR_UNSUPPORTED);
+    EXPECT_EQ(tav_sr2_Image_finish(&src), TAV_OK);
+    EXPECT_EQ(tav_sr2_Image_finish(&dst), TAV_OK);
+}
+
+TEST_F(ImageTest, FinishingAViewReleasesNothing) {
+    tav_sr2_Image img = owned(32, 16, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    const uint32_t used = tav_sr2_MemPool_inUse(&pool_);
+    tav_sr2_Image chroma, crop;
+    ASSERT_EQ(tav_sr2_Image_viewChroma(&chroma, &img, 0, 0, 32, 16), TAV_OK);
+    ASSERT_EQ(tav_sr2_Image_crop(&crop, &img, 2, 2, 8, 8), TAV_OK);
+    EXPECT_EQ(chroma.pool, &pool_);
+    EXPECT_EQ(tav_sr2_Image_finish(&chroma), TAV_OK);
+    EXPECT_EQ(tav_sr2_Image_finish(&crop), TAV_OK);
+    EXPECT_EQ(crop.plane[0], nullptr);
+    EXPECT_EQ(crop.pool, nullptr);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&pool_), used);
+    // Resizing a view sizes it from the pool; the pixels it showed stay the image's.
+    ASSERT_EQ(tav_sr2_Image_crop(&crop, &img, 2, 2, 8, 8), TAV_OK);
+    ASSERT_EQ(tav_sr2_Image_setup(&crop, 8, 8, nullptr, TAV_SR2_FMT_UINT8), TAV_OK);
+    EXPECT_NE(crop.plane[0], img.plane[0] + 2 * 32 + 2);
+    EXPECT_EQ(tav_sr2_Image_finish(&crop), TAV_OK);
+    EXPECT_EQ(tav_sr2_Image_finish(&img), TAV_OK);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&pool_), base_);
+}

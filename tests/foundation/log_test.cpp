@@ -1,0 +1,256 @@
+#include "foundation/log.h"
+
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "foundation/android_log.h"
+#include "foundation/console_log.h"
+
+namespace {
+
+// A sink that records which severity fired and the formatted message.
+struct SinkRecord {
+    int calls[5];
+    std::string last_tag;
+    std::string last_message;
+};
+SinkRecord sinks;
+
+void record(int severity, const char* tag, const char* fmt, va_list ap) {
+    char buf[256];
+    vsnprintf(buf, sizeof buf, fmt, ap);
+    sinks.calls[severity]++;
+    sinks.last_tag = tag;
+    sinks.last_message = buf;
+}
+void sinkV(const char* tag, const char* fmt, va_list ap) {
+    record(0, tag, fmt, ap);
+}
+void sinkD(const char* tag, const char* fmt, va_list ap) {
+    record(1, tag, fmt, ap);
+}
+void sinkI(const char* tag, const char* fmt, va_list ap) {
+    record(2, tag, fmt, ap);
+}
+void sinkW(const char* tag, const char* fmt, va_list ap) {
+    record(3, tag, fmt, ap);
+}
+void sinkE(const char* tag, const char* fmt, va_list ap) {
+    record(4, tag, fmt, ap);
+}
+
+// An address no format may read: a call that formats before its gate crashes the test.
+const char* const kPoison = reinterpret_cast<const char*>(uintptr_t{8});
+
+class LoggerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        tav_sr2_Logger_disable();
+        sinks = SinkRecord{};
+    }
+    void TearDown() override { tav_sr2_Logger_disable(); }
+
+    void enableWithTestSinks(int32_t level) {
+        tav_sr2_Logger_enable();
+        ASSERT_NE(tav_sr2_logger, nullptr);
+        tav_sr2_logger->sink_v = sinkV;
+        tav_sr2_logger->sink_d = sinkD;
+        tav_sr2_logger->sink_i = sinkI;
+        tav_sr2_logger->sink_w = sinkW;
+        tav_sr2_logger->sink_e = sinkE;
+        tav_sr2_Logger_setLevel(level);
+    }
+
+    // Calls every severity in both forms once.
+    static void logAll() {
+        tav_sr2_log_v("v %d", 0);
+        tav_sr2_log_d("d %d", 1);
+        tav_sr2_log_i("i %d", 2);
+        tav_sr2_log_w("w %d", 3);
+        tav_sr2_log_e("e %d", 4);
+        tav_sr2_logTag_v("T", "v %d", 0);
+        tav_sr2_logTag_d("T", "d %d", 1);
+        tav_sr2_logTag_i("T", "i %d", 2);
+        tav_sr2_logTag_w("T", "w %d", 3);
+        tav_sr2_logTag_e("T", "e %d", 4);
+    }
+};
+
+TEST_F(LoggerTest, OffStateTouchesNothing) {
+    EXPECT_EQ(tav_sr2_Logger_isEnabled(), 0);
+    tav_sr2_Logger_setLevel(4);  // no record: nothing to store, nothing created
+    EXPECT_EQ(tav_sr2_logger, nullptr);
+    tav_sr2_log_v("%s", kPoison);
+    tav_sr2_log_d("%s", kPoison);
+    tav_sr2_log_i("%s", kPoison);
+    tav_sr2_log_w("%s", kPoison);
+    tav_sr2_log_e("%s", kPoison);
+    tav_sr2_logTag_e(kPoison, "%s", kPoison);
+    // Gated-out severities do not format either.
+    enableWithTestSinks(0);
+    tav_sr2_log_w("%s", kPoison);
+    tav_sr2_logTag_d(kPoison, "%s", kPoison);
+    for (int count : sinks.calls)
+        EXPECT_EQ(count, 0);
+}
+
+TEST_F(LoggerTest, GatesFollowTheLevel) {
+    // Severity s (v=0 .. e=4) passes from level (4 - s), except e which always passes and w
+    // which needs a level other than 0.
+    for (int32_t level = -1; level <= 5; ++level) {
+        SCOPED_TRACE(level);
+        sinks = SinkRecord{};
+        enableWithTestSinks(level);
+        logAll();
+        bool passes[5] = {level >= 4, level >= 3, level >= 2, level != 0, true};
+        for (int s = 0; s < 5; ++s)
+            EXPECT_EQ(sinks.calls[s], passes[s] ? 2 : 0) << "severity " << s;
+        tav_sr2_Logger_disable();
+    }
+}
+
+TEST_F(LoggerTest, TagsAndArgumentsReachTheSink) {
+    enableWithTestSinks(4);
+    tav_sr2_log_d("frame %d of %s", 3, "burst");
+    EXPECT_EQ(sinks.last_tag, "TAV_SR2_SR_CORE_ENGINE");
+    EXPECT_EQ(sinks.last_message, "frame 3 of burst");
+    tav_sr2_logTag_w("ALIGN", "%.2f", 1.5);
+    EXPECT_EQ(sinks.last_tag, "ALIGN");
+    EXPECT_EQ(sinks.last_message, "1.50");
+    EXPECT_EQ(sinks.calls[1], 1);
+    EXPECT_EQ(sinks.calls[3], 1);
+}
+
+TEST_F(LoggerTest, EnableTwiceKeepsRecordAndLevel) {
+    tav_sr2_Logger_enable();
+    tav_sr2_Logger* first = tav_sr2_logger;
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(first->level, 0);
+    tav_sr2_Logger_setLevel(3);
+    tav_sr2_Logger_enable();
+    EXPECT_EQ(tav_sr2_logger, first);
+    EXPECT_EQ(tav_sr2_logger->level, 3);
+    EXPECT_EQ(tav_sr2_Logger_isEnabled(), 1);
+    tav_sr2_Logger_disable();
+    EXPECT_EQ(tav_sr2_logger, nullptr);
+    EXPECT_EQ(tav_sr2_Logger_isEnabled(), 0);
+    tav_sr2_Logger_disable();  // twice is harmless
+}
+
+#ifdef TAVRIN_FAULT_INJECTION
+TEST_F(LoggerTest, NoMemoryLeavesLoggingOff) {
+    tav_sr2_Logger_failNextAlloc();
+    tav_sr2_Logger_enable();
+    EXPECT_EQ(tav_sr2_Logger_isEnabled(), 0);
+    tav_sr2_log_e("%s", kPoison);
+    tav_sr2_Logger_enable();
+    EXPECT_EQ(tav_sr2_Logger_isEnabled(), 1);
+}
+#endif
+
+TEST_F(LoggerTest, DefaultSinksWriteAndroidLines) {
+    tav_sr2_Logger_enable();
+    tav_sr2_Logger_setLevel(4);
+    testing::internal::CaptureStderr();
+    tav_sr2_log_v("a%d", 1);
+    tav_sr2_log_d("b\n");
+    tav_sr2_log_i("c");
+    tav_sr2_log_w("d");
+    tav_sr2_logTag_e("X", "e %s", "f");
+    std::string out = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(out,
+              "V/TAV_SR2_SR_CORE_ENGINE: a1\n"
+              "D/TAV_SR2_SR_CORE_ENGINE: b\n"
+              "I/TAV_SR2_SR_CORE_ENGINE: c\n"
+              "W/TAV_SR2_SR_CORE_ENGINE: d\n"
+              "E/X: e f\n");
+}
+
+TEST(AndroidLogShim, LineFormat) {
+    testing::internal::CaptureStderr();
+    __android_log_print(ANDROID_LOG_FATAL, "TAVRIN", "%s:%d:%s(): Error params", "a.cpp", 7, "f");
+    __android_log_print(ANDROID_LOG_INFO, "TAVRIN", "two\n");  // one newline, not two
+    __android_log_print(ANDROID_LOG_DEBUG, "T", "%s", "");     // empty message, still a line
+    __android_log_print(ANDROID_LOG_SILENT, "T", "odd");
+    std::string out = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(out, "F/TAVRIN: a.cpp:7:f(): Error params\nI/TAVRIN: two\nD/T: \n?/T: odd\n");
+}
+
+TEST(AndroidLogShim, LongMessagesAreCut) {
+    std::string long_text(5000, 'x');
+    testing::internal::CaptureStderr();
+    __android_log_print(ANDROID_LOG_WARN, "T", "%s", long_text.c_str());
+    std::string out = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(out, "W/T: " + std::string(1023, 'x') + "\n");
+}
+
+void writeConsole(FILE* f, const timeval* tv, char letter, const char* tag, const char* fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    tav_sr2_ConsoleLog_writeAt(f, tv, letter, tag, fmt, ap);
+    va_end(ap);
+}
+
+std::string readAll(FILE* f) {
+    fflush(f);
+    rewind(f);
+    std::string text;
+    char buf[512];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, f)) > 0)
+        text.append(buf, n);
+    return text;
+}
+
+TEST(ConsoleLog, PrefixAndColourBytes) {
+    FILE* f = tmpfile();
+    ASSERT_NE(f, nullptr);
+    timeval tv = {};
+    tv.tv_sec = 1700000000 + 12345;
+    tv.tv_usec = 987654;
+    tm local = {};
+    time_t secs = tv.tv_sec;
+    localtime_r(&secs, &local);
+    char prefix[64];
+    snprintf(prefix, sizeof prefix, "[%02d-%02d %02d:%02d:%02d.987 %d ", local.tm_mon + 1,
+             local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, (int)gettid());
+    const std::string p = prefix;
+
+    writeConsole(f, &tv, 'D', "TAG", "n=%d", 5);
+    writeConsole(f, &tv, 'E', "TAG", "e");
+    writeConsole(f, &tv, 'I', "TAG", "i");
+    writeConsole(f, &tv, 'W', "TAG", "w");
+    writeConsole(f, &tv, 'V', "TAG", "v");
+    std::string expected = "\x1b[0m\x1b[30;36m" + p + "D|TAG] n=5\x1b[0m\n" +  //
+                           "\x1b[0m\x1b[30;31m" + p + "E|TAG] e\x1b[0m\n" +    //
+                           "\x1b[0m\x1b[30;32m" + p + "I|TAG] i\x1b[0m\n" +    //
+                           "\x1b[0m\x1b[30;33m" + p + "W|TAG] w\x1b[0m\n" +    //
+                           p + "V|TAG] v\x1b[0m\n";
+    EXPECT_EQ(readAll(f), expected);
+    fclose(f);
+}
+
+TEST(ConsoleLog, SinksFitTheLoggerAndUseTheChosenFile) {
+    FILE* f = tmpfile();
+    ASSERT_NE(f, nullptr);
+    tav_sr2_ConsoleLog_setFile(f);
+    tav_sr2_Logger_enable();
+    tav_sr2_logger->sink_e = tav_sr2_ConsoleLog_e;
+    tav_sr2_log_e("boom %d", 9);
+    tav_sr2_Logger_disable();
+    tav_sr2_ConsoleLog_setFile(nullptr);
+    std::string text = readAll(f);
+    fclose(f);
+    EXPECT_EQ(text.rfind("\x1b[0m\x1b[30;31m[", 0), 0u) << text;
+    std::string tail = " E|TAV_SR2_SR_CORE_ENGINE] boom 9\x1b[0m\n";
+    ASSERT_GE(text.size(), tail.size());
+    EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
+}
+
+}  // namespace

@@ -1,0 +1,154 @@
+#include "foundation/stopwatch.h"
+
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <random>
+#include <vector>
+
+namespace {
+
+void sleepMs(long ms) {
+    timespec t = {ms / 1000, (ms % 1000) * 1000000};
+    while (nanosleep(&t, &t) != 0) {
+    }
+}
+
+// Straightforward reference: the whole difference in nanoseconds, rounded to microseconds.
+uint32_t referenceDiffUs(const timespec& from, const timespec& to) {
+    int64_t ns = ((int64_t)to.tv_sec * 1000000000 + to.tv_nsec) -
+                 ((int64_t)from.tv_sec * 1000000000 + from.tv_nsec);
+    return (uint32_t)((ns + 500) / 1000);
+}
+
+class StopwatchTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        region.resize(4096);
+        ASSERT_EQ(tav_sr2_MemPool_init(&pool, region.data(), region.size()), TAV_OK);
+        baseline = tav_sr2_MemPool_inUse(&pool);
+        ASSERT_EQ(tav_sr2_Stopwatch_init(&sw, &pool), TAV_OK);
+    }
+    void TearDown() override {
+        EXPECT_EQ(tav_sr2_Stopwatch_finish(&sw), TAV_OK);
+        EXPECT_EQ(tav_sr2_MemPool_inUse(&pool), baseline);
+        tav_sr2_MemPool_finish(&pool);
+    }
+
+    std::vector<unsigned char> region;
+    tav_sr2_MemPool pool = {};
+    uint32_t baseline = 0;
+    tav_sr2_Stopwatch sw = {};
+};
+
+TEST_F(StopwatchTest, RoundsTheNanosecondsToNearest) {
+    struct Case {
+        timespec from, to;
+    } cases[] = {
+        {{5, 999999600}, {6, 100}},  // 500 ns: up
+        {{5, 999999601}, {6, 100}},  // 499 ns: down
+        {{10, 600}, {11, 0}},        // 999999.4 us: a borrow before rounding
+        {{10, 100}, {11, 0}},        // 999999.9 us
+        {{0, 0}, {4295, 0}},         // past 2^32 us: wraps
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(tav_sr2_Stopwatch_diffUs(&c.from, &c.to), referenceDiffUs(c.from, c.to))
+            << c.from.tv_sec << "." << c.from.tv_nsec << " -> " << c.to.tv_sec << "."
+            << c.to.tv_nsec;
+    }
+    std::mt19937_64 rng(7);
+    for (int i = 0; i < 10000; ++i) {
+        timespec from = {(time_t)(rng() % 100000), (long)(rng() % 1000000000)};
+        timespec to = {from.tv_sec + (time_t)(rng() % 5000), (long)(rng() % 1000000000)};
+        if (to.tv_sec == from.tv_sec && to.tv_nsec < from.tv_nsec) to.tv_sec += 1;
+        ASSERT_EQ(tav_sr2_Stopwatch_diffUs(&from, &to), referenceDiffUs(from, to));
+    }
+}
+
+TEST_F(StopwatchTest, StatesAndPauses) {
+    EXPECT_EQ(tav_sr2_Stopwatch_elapsedUs(&sw), 0u);
+    EXPECT_EQ(tav_sr2_Stopwatch_start(&sw), TAV_ERROR_STATE);  // no block before reset
+    ASSERT_EQ(tav_sr2_Stopwatch_reset(&sw), TAV_OK);
+    uint32_t with_block = tav_sr2_MemPool_inUse(&pool);
+    EXPECT_GT(with_block, baseline);
+    EXPECT_EQ(tav_sr2_Stopwatch_elapsedUs(&sw), 0u);
+    EXPECT_EQ(tav_sr2_Stopwatch_pause(&sw), TAV_OK);  // not running: stays in state 0
+    EXPECT_EQ(sw.state, 0u);
+
+    uint64_t t0 = tav_sr2_getTimeNs();
+    ASSERT_EQ(tav_sr2_Stopwatch_start(&sw), TAV_OK);
+    sleepMs(20);
+    EXPECT_EQ(tav_sr2_Stopwatch_pause(&sw), TAV_OK);
+    uint64_t t1 = tav_sr2_getTimeNs();
+    uint32_t paused = tav_sr2_Stopwatch_elapsedUs(&sw);
+    EXPECT_GE(paused, 20000u - 1);
+    EXPECT_LE(paused, (t1 - t0) / 1000 + 1);
+
+    sleepMs(50);
+    EXPECT_EQ(tav_sr2_Stopwatch_elapsedUs(&sw), paused);  // stable while paused
+    EXPECT_EQ(tav_sr2_Stopwatch_pause(&sw), TAV_OK);      // pausing again changes nothing
+    EXPECT_EQ(tav_sr2_Stopwatch_elapsedUs(&sw), paused);
+
+    ASSERT_EQ(tav_sr2_Stopwatch_start(&sw), TAV_OK);
+    uint32_t resumed = tav_sr2_Stopwatch_elapsedUs(&sw);
+    EXPECT_GE(resumed, paused);
+    EXPECT_LT(resumed - paused, 50000u);  // the 50 ms pause is not counted
+
+    EXPECT_EQ(tav_sr2_Stopwatch_start(&sw), TAV_OK);  // start while running keeps running
+    EXPECT_GE(tav_sr2_Stopwatch_elapsedUs(&sw), resumed);
+
+    EXPECT_EQ(tav_sr2_Stopwatch_clear(&sw), TAV_OK);
+    EXPECT_EQ(tav_sr2_Stopwatch_elapsedUs(&sw), 0u);
+
+    // A second reset replaces the block rather than adding one.
+    ASSERT_EQ(tav_sr2_Stopwatch_reset(&sw), TAV_OK);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&pool), with_block);
+}
+
+TEST_F(StopwatchTest, Failures) {
+    EXPECT_EQ(tav_sr2_Stopwatch_init(nullptr, &pool), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Stopwatch_finish(nullptr), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Stopwatch_reset(nullptr), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Stopwatch_start(nullptr), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Stopwatch_pause(nullptr), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Stopwatch_clear(nullptr), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Stopwatch_elapsedUs(nullptr), TAV_ERROR_PARAM);
+
+    tav_sr2_Stopwatch no_pool;
+    ASSERT_EQ(tav_sr2_Stopwatch_init(&no_pool, nullptr), TAV_OK);
+    EXPECT_EQ(tav_sr2_Stopwatch_reset(&no_pool), TAV_ERROR_PARAM);
+
+    // A full pool: reset reports no memory, and the stopwatch stays usable (state 0).
+    ASSERT_EQ(tav_sr2_Stopwatch_reset(&sw), TAV_OK);
+    ASSERT_EQ(tav_sr2_Stopwatch_start(&sw), TAV_OK);
+    tav_sr2_Stopwatch_finish(&sw);
+    tav_sr2_Stopwatch_init(&sw, &pool);
+    void* hog = tav_sr2_MemPool_alloc(&pool, tav_sr2_MemPool_largestFree(&pool));
+    ASSERT_NE(hog, nullptr);
+    EXPECT_EQ(tav_sr2_Stopwatch_reset(&sw), TAV_ERROR_MALLOC);
+    EXPECT_EQ(sw.state, 0u);
+    EXPECT_EQ(tav_sr2_Stopwatch_elapsedUs(&sw), 0u);
+    EXPECT_EQ(tav_sr2_Stopwatch_start(&sw), TAV_ERROR_STATE);
+    tav_sr2_MemPool_free(&pool, hog);
+
+#ifdef TAVRIN_FAULT_INJECTION
+    // A reset that loses its new block must also have released the old one.
+    ASSERT_EQ(tav_sr2_Stopwatch_reset(&sw), TAV_OK);
+    tav_sr2_MemPool_injectFailure(1, false);
+    EXPECT_EQ(tav_sr2_Stopwatch_reset(&sw), TAV_ERROR_MALLOC);
+    tav_sr2_MemPool_injectFailure(0, false);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&pool), baseline);
+#endif
+}
+
+TEST(GetTimeNs, FollowsTheRawMonotonicClock) {
+    timespec before;
+    clock_gettime(CLOCK_MONOTONIC_RAW, &before);
+    uint64_t ns = tav_sr2_getTimeNs();
+    timespec after;
+    clock_gettime(CLOCK_MONOTONIC_RAW, &after);
+    EXPECT_GE(ns, (uint64_t)before.tv_sec * 1000000000u + before.tv_nsec);
+    EXPECT_LE(ns, (uint64_t)after.tv_sec * 1000000000u + after.tv_nsec);
+}
+
+}  // namespace
