@@ -7,7 +7,6 @@
 #include <string.h>
 
 #include <limits>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,6 +14,31 @@
 #include "foundation/log.h"
 
 namespace {
+
+// Splits " name   (key)   = value\n" into its three parts; false when the line has another shape.
+bool splitPrintLine(const std::string& line, std::string* field, std::string* key,
+                    std::string* value) {
+    if (line.size() < 2 || line[0] != ' ' || line.back() != '\n') return false;
+    size_t p = 1;
+    while (p < line.size() &&
+           (islower((unsigned char)line[p]) || isdigit((unsigned char)line[p]) || line[p] == '_'))
+        ++p;
+    if (p == 1 || line[p] != ' ') return false;
+    *field = line.substr(1, p - 1);
+    while (line[p] == ' ')
+        ++p;
+    if (line[p] != '(') return false;
+    const size_t close = line.find(')', p);
+    if (close == std::string::npos) return false;
+    *key = line.substr(p + 1, close - p - 1);
+    p = close + 1;
+    if (line[p] != ' ') return false;
+    while (line[p] == ' ')
+        ++p;
+    if (line.compare(p, 2, "= ") != 0) return false;
+    *value = line.substr(p + 2, line.size() - p - 3);
+    return !value->empty() && value->find_first_not_of("-0123456789.") == std::string::npos;
+}
 
 enum Kind { I32, F64, F32 };
 
@@ -429,25 +453,23 @@ TEST(SrParams, PrintOutLabelsAndValues) {
 
     // The first block: every keyed field under its name and its file key, '=' in one column
     // where the names fit.
-    const std::regex pair(R"(^ ([a-z0-9_]+) +\(([^)]*)\) += (-?[0-9.]+)\n$)");
     size_t i = 2;
     int tuned = 0;
     for (; i < lines.size() && lines[i] != stars; ++i) {
-        std::smatch m;
         if (lines[i].rfind(" adrc_gain ", 0) == 0 ||
             lines[i].rfind(" dither_noise_level(", 0) == 0) {
             continue;
         }
-        ASSERT_TRUE(std::regex_match(lines[i], m, pair)) << lines[i];
-        if (m[1].length() < 22 && m[2].length() < 22) {
+        std::string field, key, value;
+        ASSERT_TRUE(splitPrintLine(lines[i], &field, &key, &value)) << lines[i];
+        if (field.length() < 22 && key.length() < 22) {
             EXPECT_EQ(lines[i].find('='), 47u) << lines[i];
         }
-        const std::string field = m[1], key = m[2];
         const Row* r = rowOfField(field);
         if (r) {
             EXPECT_EQ(key, r->key);
             EXPECT_FALSE(inSecondPrint(field)) << field;
-            EXPECT_NEAR(std::stod(m[3]), readAs(&t, r->dst, r->dst_kind), 1e-6) << field;
+            EXPECT_NEAR(std::stod(value), readAs(&t, r->dst, r->dst_kind), 1e-6) << field;
             ++tuned;
         } else {
             EXPECT_TRUE(field == "hfe_level" || field == "gf_window2" || field == "nr_uv_window")
