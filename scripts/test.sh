@@ -25,5 +25,5 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
     -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g"
 # Only the code that shares memory between threads; TSan slows everything else for no gain.
 TSAN_OPTIONS=halt_on_error=1 \
-    suite tsan "MemPool|TaskSys|ThreadPool|Queue|Mutex|Cond|Thread" \
+    suite tsan "MemPool|TaskSys|ThreadPool|Queue|Mutex|Cond|Thread|RankFilter|DepthConvert" \
     -DCMAKE_BUILD_TYPE=Debug -DTAVRIN_SANITIZE=thread -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g"

@@ -1,0 +1,481 @@
+// The engine record: init's checks, the state bits, the setters, a whole life in a buffer of
+// exactly the budgeted size, and allocation failures all through init and start.
+#include "engine/engine.h"
+
+#include <gtest/gtest.h>
+#include <math.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <memory>
+
+#include "engine/buffer_budget.h"
+#include "tests/engine/log_capture.h"
+
+namespace {
+
+struct FreeDeleter {
+    void operator()(void* p) const { free(p); }
+};
+using Buffer = std::unique_ptr<uint8_t, FreeDeleter>;
+
+Buffer makeBuffer(size_t bytes) {
+    const size_t rounded = (bytes + 63) & ~size_t{63};
+    return Buffer(static_cast<uint8_t*>(aligned_alloc(64, rounded)));
+}
+
+// The arguments of tav_sr2_init, good by default; a test changes one of them.
+struct InitArgs {
+    int32_t width = 4000, height = 3000, output_width = 4000, output_height = 3000;
+    int32_t max_image_num = 8, merge_num = 8, num_cores = 4;
+    const char* format = "YUV420_SEMIPLANAR";
+    float zoom = 4.0f;
+
+    int32_t budget() const {
+        return tav_sr2_getBufferSize(width, height, output_width, output_height, max_image_num,
+                                     merge_num, format, zoom);
+    }
+    uint32_t init(tav_sr2_Engine** handle, void* buffer, int32_t size) const {
+        return tav_sr2_init(handle, buffer, size, width, height, output_width, output_height,
+                            max_image_num, merge_num, num_cores, format, zoom);
+    }
+};
+
+// Room for the engine and a small pool: enough for every check that stops before start.
+constexpr int32_t kSmallBuffer = static_cast<int32_t>(sizeof(tav_sr2_Engine)) + (1 << 20);
+
+bool allZero(const uint8_t* p, size_t n) {
+    for (size_t i = 0; i < n; ++i)
+        if (p[i] != 0) return false;
+    return true;
+}
+
+TEST(EngineTest, VersionText) {
+    EXPECT_STREQ(tav_sr2_getVersion(),
+                 "Tavrin Super-Resolution Ver.2.0.1 MC2.5.44_odm_p17 2025/08/11");
+}
+
+TEST(EngineTest, InitRefusesEachBadArgument) {
+    Buffer buf = makeBuffer(kSmallBuffer);
+    struct Case {
+        const char* what;
+        void (*change)(InitArgs*);
+        uint32_t status;
+    };
+    const Case cases[] = {
+        {"format 52", [](InitArgs* a) { a->format = "YUV10B420_SEMIPLANAR"; },
+         TAV_ERROR_UNSUPPORTED},
+        {"lower-case name", [](InitArgs* a) { a->format = "yuv420_semiplanar"; },
+         TAV_ERROR_UNSUPPORTED},
+        {"no name", [](InitArgs* a) { a->format = nullptr; }, TAV_ERROR_UNSUPPORTED},
+        // The format is checked first: a bad format wins over a bad count.
+        {"format before counts",
+         [](InitArgs* a) {
+             a->format = "RGB888";
+             a->merge_num = 0;
+         },
+         TAV_ERROR_UNSUPPORTED},
+        {"merge 0", [](InitArgs* a) { a->merge_num = 0; }, TAV_ERROR_PARAM},
+        {"merge 11", [](InitArgs* a) { a->merge_num = 11; }, TAV_ERROR_PARAM},
+        {"slots 0", [](InitArgs* a) { a->max_image_num = 0; }, TAV_ERROR_PARAM},
+        {"slots 11", [](InitArgs* a) { a->max_image_num = 11; }, TAV_ERROR_PARAM},
+        {"odd width", [](InitArgs* a) { a->width = 3999; }, TAV_ERROR_PARAM},
+        {"odd height", [](InitArgs* a) { a->height = 2999; }, TAV_ERROR_PARAM},
+        {"odd output width", [](InitArgs* a) { a->output_width = 3999; }, TAV_ERROR_PARAM},
+        {"odd output height", [](InitArgs* a) { a->output_height = 2999; }, TAV_ERROR_PARAM},
+        {"zero width", [](InitArgs* a) { a->width = 0; }, TAV_ERROR_PARAM},
+        {"negative output", [](InitArgs* a) { a->output_height = -2; }, TAV_ERROR_PARAM},
+        {"zoom below 1", [](InitArgs* a) { a->zoom = 0.99f; }, TAV_ERROR_PARAM},
+        {"zoom above 60", [](InitArgs* a) { a->zoom = 60.01f; }, TAV_ERROR_PARAM},
+        {"zoom NaN", [](InitArgs* a) { a->zoom = NAN; }, TAV_ERROR_PARAM},
+        // trunc(4000 * 1.0) = 4000 cannot reach an output of 4002.
+        {"output beyond the zoom",
+         [](InitArgs* a) {
+             a->zoom = 1.0f;
+             a->output_width = 4002;
+         },
+         TAV_ERROR_PARAM},
+        // In float 100 * 2.1f is 209.99998, which truncates to 209: short of 210 (double
+        // arithmetic would give 210 and pass).
+        {"trunc in float",
+         [](InitArgs* a) {
+             a->width = a->height = 100;
+             a->zoom = 2.1f;
+             a->output_width = 210;
+             a->output_height = 200;
+         },
+         TAV_ERROR_PARAM},
+    };
+    for (const Case& c : cases) {
+        InitArgs args;
+        c.change(&args);
+        tav_sr2_Engine* sentinel = reinterpret_cast<tav_sr2_Engine*>(0x10);
+        tav_sr2_Engine* handle = sentinel;
+        EXPECT_EQ(args.init(&handle, buf.get(), kSmallBuffer), c.status) << c.what;
+        EXPECT_EQ(handle, sentinel) << c.what;  // refused before anything was touched
+    }
+    // The same float case one step lower passes, and zoom 60 is still in range.
+    for (auto change :
+         {+[](InitArgs* a) {
+              a->width = a->height = 100;
+              a->zoom = 2.1f;
+              a->output_width = 208;
+              a->output_height = 200;
+          },
+          +[](InitArgs* a) { a->zoom = 60.0f; }, +[](InitArgs* a) { a->format = "NV21"; },
+          +[](InitArgs* a) { a->format = "YUV10B_PACKED_LE_420S"; }}) {
+        InitArgs args;
+        change(&args);
+        tav_sr2_Engine* handle = nullptr;
+        ASSERT_EQ(args.init(&handle, buf.get(), kSmallBuffer), TAV_OK);
+        EXPECT_EQ(tav_sr2_finish(&handle), TAV_OK);
+    }
+    // Null pointers and an empty buffer.
+    InitArgs args;
+    tav_sr2_Engine* handle = nullptr;
+    EXPECT_EQ(args.init(nullptr, buf.get(), kSmallBuffer), TAV_ERROR_PARAM);
+    EXPECT_EQ(args.init(&handle, nullptr, kSmallBuffer), TAV_ERROR_PARAM);
+    EXPECT_EQ(args.init(&handle, buf.get(), 0), TAV_ERROR_PARAM);
+}
+
+TEST(EngineTest, InitRefusesABufferTooSmallForTheEngineOrItsPool) {
+    const int32_t object = static_cast<int32_t>(sizeof(tav_sr2_Engine));
+    Buffer buf = makeBuffer(kSmallBuffer);
+    memset(buf.get(), 0xA5, kSmallBuffer);
+    InitArgs args;
+    tav_sr2_Engine* handle = reinterpret_cast<tav_sr2_Engine*>(0x10);
+    EXPECT_EQ(args.init(&handle, buf.get(), object - 1), TAV_ERROR_BUFFER);
+    EXPECT_EQ(handle, nullptr);
+    // The object fits but leaves nothing for the pool: refused, and the object's bytes zeroed.
+    handle = reinterpret_cast<tav_sr2_Engine*>(0x10);
+    EXPECT_EQ(args.init(&handle, buf.get(), object), TAV_ERROR_BUFFER);
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_TRUE(allZero(buf.get(), sizeof(tav_sr2_Engine)));
+    // A buffer not aligned for the record.
+    EXPECT_EQ(args.init(&handle, buf.get() + 4, kSmallBuffer - 4), TAV_ERROR_BUFFER);
+}
+
+TEST(EngineTest, InitStoresTheRunGeometry) {
+    Buffer buf = makeBuffer(kSmallBuffer);
+    InitArgs args;
+    args.format = "NV21";
+    args.zoom = 2.4f;
+    args.num_cores = 6;
+    tav_sr2_Engine* e = nullptr;
+    ASSERT_EQ(args.init(&e, buf.get(), kSmallBuffer), TAV_OK);
+    ASSERT_EQ(static_cast<void*>(e), static_cast<void*>(buf.get()));  // at the head
+    EXPECT_EQ(e->state, TAV_SR2_STATE_INITIALISED);
+    EXPECT_EQ(e->format, 49);
+    EXPECT_EQ(e->center_x, 2000);
+    EXPECT_EQ(e->center_y, 1500);
+    EXPECT_EQ(e->num_cores, 6);
+    EXPECT_EQ(e->affinity_mask, 240);
+    EXPECT_EQ(e->max_image_num, 8);
+    EXPECT_EQ(e->merge_num, 8);
+    EXPECT_EQ(e->cursor, 0);
+    EXPECT_EQ(e->tuning.output_width, 4000);
+    EXPECT_EQ(e->tuning.output_height, 3000);
+    EXPECT_NEAR(e->tuning.zoom_ratio, 2.4, 1e-6);
+    EXPECT_NEAR(e->tuning.internal_zoom_ratio, 1.2, 1e-6);
+    EXPECT_EQ(e->pipeline.input_width, 4000);
+    EXPECT_EQ(e->pipeline.input_height, 3000);
+    // The pool lies over the rest of the buffer and holds nothing yet.
+    EXPECT_GE(reinterpret_cast<uint8_t*>(e->pool.first), buf.get() + sizeof(tav_sr2_Engine));
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&e->pool), 0u);
+    EXPECT_EQ(tav_sr2_finish(&e), TAV_OK);
+    EXPECT_EQ(e, nullptr);
+    EXPECT_TRUE(allZero(buf.get(), sizeof(tav_sr2_Engine)));
+}
+
+TEST(EngineTest, OperationsCheckTheStateBits) {
+    // A zeroed record has no bit set: everything that needs one refuses.
+    auto* zeroed = static_cast<tav_sr2_Engine*>(calloc(1, sizeof(tav_sr2_Engine)));
+    tav_sr2_Engine* z = zeroed;
+    tav_sr2_SrParams params = {};
+    tav_sr2_Condition cond = {};
+    tav_sr2_Rect face = {0, 0, 100, 100};
+    int32_t count = 0;
+    EXPECT_EQ(tav_sr2_finish(&z), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_getParams(&z, &params), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_setParams(&z, &params), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_setCondition(&z, &cond), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_start(&z), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_setZoomCenter(&z, 2000, 1500), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_setCore(&z, 0, 4, 240), TAV_ERROR_STATE);
+    free(zeroed);
+
+    // Null handles, and a handle to nothing, are argument errors for every operation.
+    tav_sr2_Engine* none = nullptr;
+    for (tav_sr2_Engine** h : {static_cast<tav_sr2_Engine**>(nullptr), &none}) {
+        EXPECT_EQ(tav_sr2_finish(h), TAV_ERROR_PARAM);
+        EXPECT_EQ(tav_sr2_start(h), TAV_ERROR_PARAM);
+        EXPECT_EQ(tav_sr2_setZoomCenter(h, 0, 0), TAV_ERROR_PARAM);
+        EXPECT_EQ(tav_sr2_setCore(h, 0, 4, 240), TAV_ERROR_PARAM);
+        EXPECT_EQ(tav_sr2_setCondition(h, &cond), TAV_ERROR_PARAM);
+        EXPECT_EQ(tav_sr2_setFaceRects(h, &face, 1), TAV_ERROR_PARAM);
+        EXPECT_EQ(tav_sr2_getMergeNum(h, &count), TAV_ERROR_PARAM);
+        EXPECT_EQ(tav_sr2_getParams(h, &params), TAV_ERROR_PARAM);
+        EXPECT_EQ(tav_sr2_setParams(h, &params), TAV_ERROR_PARAM);
+    }
+
+    InitArgs args;
+    args.width = args.output_width = 1000;
+    args.height = args.output_height = 750;
+    args.zoom = 1.0f;
+    Buffer buf = makeBuffer(args.budget());
+    tav_sr2_Engine* e = nullptr;
+    ASSERT_EQ(args.init(&e, buf.get(), args.budget()), TAV_OK);
+    // Initialised, not started: faces and the merge count refuse.
+    EXPECT_EQ(tav_sr2_setFaceRects(&e, &face, 1), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_getMergeNum(&e, &count), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_setCore(&e, 0, 2, 0), TAV_OK);
+    ASSERT_EQ(tav_sr2_start(&e), TAV_OK);
+    EXPECT_EQ(e->state, TAV_SR2_STATE_INITIALISED | TAV_SR2_STATE_STARTED);
+    // Started: the settings of the workers and the crop are closed.
+    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 500, 375), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_setCore(&e, 0, 4, 240), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_setFaceRects(&e, &face, 1), TAV_OK);
+    EXPECT_EQ(tav_sr2_getParams(&e, &params), TAV_OK);
+    EXPECT_EQ(tav_sr2_setParams(&e, &params), TAV_OK);
+    EXPECT_EQ(tav_sr2_getMergeNum(&e, &count), TAV_ERROR_STATE);  // nothing processed
+    // The merge count is there once a run has ended.
+    e->state |= TAV_SR2_STATE_PROCESSED;
+    e->pipeline.accum_num = 3;
+    EXPECT_EQ(tav_sr2_getMergeNum(&e, &count), TAV_OK);
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(tav_sr2_getMergeNum(&e, nullptr), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_finish(&e), TAV_OK);
+}
+
+TEST(EngineTest, StateTableMatchesTheCallOrder) {
+    // Each rule read as (needs set, needs clear), against a state just after init and one just
+    // after start: what the order of calls allows at each point.
+    const int32_t initialised = TAV_SR2_STATE_INITIALISED;
+    const int32_t started = initialised | TAV_SR2_STATE_STARTED;
+    auto allows = [](tav_sr2_EngineOp op, int32_t state) {
+        const tav_sr2_StateRule r = tav_sr2_engine_state_rules[op];
+        return (state & r.needs_set) == r.needs_set && (state & r.needs_clear) == 0;
+    };
+    EXPECT_TRUE(allows(TAV_SR2_OP_SET_GPU_BINARY, initialised));
+    EXPECT_FALSE(allows(TAV_SR2_OP_SET_GPU_BINARY, started));
+    EXPECT_FALSE(allows(TAV_SR2_OP_ADD_IMAGE, initialised));
+    EXPECT_TRUE(allows(TAV_SR2_OP_ADD_IMAGE, started));
+    EXPECT_FALSE(allows(TAV_SR2_OP_GET_BASE_IMAGE, started));
+    EXPECT_TRUE(allows(TAV_SR2_OP_GET_BASE_IMAGE, started | TAV_SR2_STATE_FRAME_TAKEN));
+    EXPECT_TRUE(allows(TAV_SR2_OP_START, started));  // a second start is allowed
+    EXPECT_FALSE(allows(TAV_SR2_OP_FINISH, 0));
+}
+
+TEST(EngineTest, ZoomCentreMustKeepTheWindowInTheFrame) {
+    Buffer buf = makeBuffer(kSmallBuffer);
+    InitArgs args;
+    args.zoom = 3.0f;  // window trunc(4000 / 3) = 1333 by 1000, half-widths 666.5 and 500
+    tav_sr2_Engine* e = nullptr;
+    ASSERT_EQ(args.init(&e, buf.get(), kSmallBuffer), TAV_OK);
+    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 666, 1500), TAV_ERROR_PARAM);   // 666 - 666.5 < 0
+    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 3334, 1500), TAV_ERROR_PARAM);  // 3334 + 666.5 > 4000
+    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 2000, 499), TAV_ERROR_PARAM);   // 499 - 500 < 0
+    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 2000, 2501), TAV_ERROR_PARAM);  // 2501 + 500 > 3000
+    // Refusals store nothing, not even the half that passed.
+    EXPECT_EQ(e->center_x, 2000);
+    EXPECT_EQ(e->center_y, 1500);
+    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 667, 500), TAV_OK);
+    EXPECT_EQ(e->center_x, 667);
+    EXPECT_EQ(e->center_y, 500);
+    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 3333, 2500), TAV_OK);
+    EXPECT_EQ(e->center_x, 3333);
+    EXPECT_EQ(e->center_y, 2500);
+    // The work crop follows the centre: width 1733 & ~7 = 1728, (3333 - 864) & ~1 = 2468,
+    // cut by the frame at 4000; height (300 + 1000) & ~7 = 1296 from (2500 - 648) = 1852.
+    tav_sr2_Rect crop;
+    tav_sr2_Engine_workCrop(e, &crop);
+    EXPECT_EQ(crop.left, 2468);
+    EXPECT_EQ(crop.right, 4000);
+    EXPECT_EQ(crop.top, 1852);
+    EXPECT_EQ(crop.bottom, 3000);
+    EXPECT_EQ(tav_sr2_finish(&e), TAV_OK);
+}
+
+TEST(EngineTest, ParamsConditionAndCoreReachTheRightRecords) {
+    Buffer buf = makeBuffer(kSmallBuffer);
+    InitArgs args;
+    tav_sr2_Engine* e = nullptr;
+    ASSERT_EQ(args.init(&e, buf.get(), kSmallBuffer), TAV_OK);
+    tav_sr2_SrParams params;
+    EXPECT_EQ(tav_sr2_getParams(&e, nullptr), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_setParams(&e, nullptr), TAV_ERROR_PARAM);
+    ASSERT_EQ(tav_sr2_getParams(&e, &params), TAV_OK);
+    params.fast_enable = 2;  // the CPU merge
+    params.y_input_nr_level = 2.5;
+    ASSERT_EQ(tav_sr2_setParams(&e, &params), TAV_OK);
+    EXPECT_EQ(e->tuning.use_16bit, 0);
+    EXPECT_EQ(e->y_input_nr_level, 2.5);
+    EXPECT_EQ(e->tuning.detectmotion_shrink_ratio, 0);  // ordinary zoom keeps the default
+    tav_sr2_SrParams back;
+    ASSERT_EQ(tav_sr2_getParams(&e, &back), TAV_OK);
+    EXPECT_EQ(back.fast_enable, 2);
+    EXPECT_EQ(back.y_input_nr_level, 2.5);
+
+    const tav_sr2_Condition cond = {640, 10000000, 1.0, 1.75};
+    EXPECT_EQ(tav_sr2_setCondition(&e, nullptr), TAV_ERROR_PARAM);
+    ASSERT_EQ(tav_sr2_setCondition(&e, &cond), TAV_OK);
+    EXPECT_EQ(e->tuning.iso, 640);
+    EXPECT_EQ(e->tuning.adrc_gain, 1.75);
+
+    ASSERT_EQ(tav_sr2_setCore(&e, 1, 3, 192), TAV_OK);
+    EXPECT_EQ(e->num_cores, 3);
+    EXPECT_EQ(e->affinity_mask, 192);
+    EXPECT_EQ(e->task_sys.config.pin_workers, 1);
+    EXPECT_EQ(tav_sr2_finish(&e), TAV_OK);
+
+    // Super zoom: setParams forces the alignment image down by 2.
+    args.output_width = 8000;
+    args.output_height = 6000;
+    args.zoom = 2.0f;
+    ASSERT_EQ(args.init(&e, buf.get(), kSmallBuffer), TAV_OK);
+    ASSERT_EQ(tav_sr2_getParams(&e, &params), TAV_OK);
+    ASSERT_EQ(tav_sr2_setParams(&e, &params), TAV_OK);
+    EXPECT_EQ(e->tuning.detectmotion_shrink_ratio, 2);
+    EXPECT_EQ(e->tuning.internal_zoom_ratio, 1.0);
+    EXPECT_EQ(tav_sr2_finish(&e), TAV_OK);
+}
+
+TEST(EngineTest, WholeLifeInABufferOfExactlyTheBudget) {
+    InitArgs args;  // 4000 x 3000 at zoom 4
+    const int32_t budget = args.budget();
+    ASSERT_GT(budget, 0);
+    Buffer buf = makeBuffer(budget);
+    tav_sr2_Engine* e = nullptr;
+    ASSERT_EQ(args.init(&e, buf.get(), budget), TAV_OK);
+    const tav_sr2_Condition cond = {320, 10000000, 1.0, 1.25};
+    ASSERT_EQ(tav_sr2_setCondition(&e, &cond), TAV_OK);
+    ASSERT_EQ(tav_sr2_setCore(&e, 0, 4, 0), TAV_OK);
+    ASSERT_EQ(tav_sr2_start(&e), TAV_OK);
+    EXPECT_EQ(tav_sr2_TaskSys_threadCount(&e->task_sys), 4);
+    EXPECT_EQ(tav_sr2_ThreadPool_threadCount(&e->thread_pool), 4);
+    EXPECT_EQ(e->thread_pool.task_sys, &e->task_sys);
+
+    // The pipeline got the crop 1400 x 1048 at (1300, 976) and the centre (700, 524) in it,
+    // and its own copy of the tuning with the condition in it.
+    const tav_sr2_Pipeline& p = e->pipeline;
+    EXPECT_EQ(p.clip_width, 1400);
+    EXPECT_EQ(p.clip_height, 1048);
+    EXPECT_EQ(p.center_x, 700);
+    EXPECT_EQ(p.center_y, 524);
+    EXPECT_EQ(p.aligned_width, 1032);
+    EXPECT_EQ(p.aligned_height, 776);
+    EXPECT_EQ(p.tuning.iso, 320);
+    EXPECT_EQ(p.tuning.adrc_gain, 1.25);
+    // A condition after start reaches the engine's copy only.
+    const tav_sr2_Condition later = {1600, 10000000, 1.0, 2.0};
+    ASSERT_EQ(tav_sr2_setCondition(&e, &later), TAV_OK);
+    EXPECT_EQ(e->tuning.iso, 1600);
+    EXPECT_EQ(p.tuning.iso, 320);
+
+    {
+        EngineLogCapture capture;
+        // Crop (1300, 976)-(2700, 2024): the area limit is (1400 / 100) * 1048 / 100 = 146.
+        const tav_sr2_Rect faces[] = {
+            {1400, 1000, 1500, 1100},  // inside, 10000 pixels: kept
+            {1300, 976, 1312, 988},    // 12 x 12 = 144: too small
+            {2690, 1500, 2710, 1600},  // crosses the right edge
+            {1300, 2011, 1313, 2024},  // 13 x 13 = 169 in the corner: kept
+        };
+        ASSERT_EQ(tav_sr2_setFaceRects(&e, faces, 4), TAV_OK);
+        ASSERT_EQ(p.internal_face_num, 2);
+        EXPECT_EQ(p.internal_face_rects[0].left, 100);
+        EXPECT_EQ(p.internal_face_rects[0].top, 24);
+        EXPECT_EQ(p.internal_face_rects[0].right, 200);
+        EXPECT_EQ(p.internal_face_rects[0].bottom, 124);
+        EXPECT_EQ(p.internal_face_rects[1].left, 0);
+        EXPECT_EQ(p.internal_face_rects[1].top, 1035);
+        const auto tmp = EngineLogCapture::starting(" rect_tmp =");
+        const auto clip = EngineLogCapture::starting(" input_clip_rect =");
+        const auto kept = EngineLogCapture::starting(" internal face_num =");
+        ASSERT_EQ(tmp.size(), 4u);
+        EXPECT_EQ(tmp[0], " rect_tmp =[1400, 1000, 1500, 1100]\n");
+        ASSERT_EQ(clip.size(), 4u);
+        EXPECT_EQ(clip[2], " input_clip_rect =[1300, 976, 2700, 2024]\n");
+        ASSERT_EQ(kept.size(), 2u);
+        EXPECT_EQ(kept[0], " internal face_num = 1 face_rect[100, 24, 200, 124]\n");
+        EXPECT_EQ(kept[1], " internal face_num = 2 face_rect[0, 1035, 13, 1048]\n");
+    }
+    // A new list replaces the old; more than five, or a missing list, is refused.
+    ASSERT_EQ(tav_sr2_setFaceRects(&e, nullptr, 0), TAV_OK);
+    EXPECT_EQ(p.internal_face_num, 0);
+    const tav_sr2_Rect six[6] = {};
+    EXPECT_EQ(tav_sr2_setFaceRects(&e, six, 6), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_setFaceRects(&e, nullptr, 1), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_setFaceRects(&e, six, -1), TAV_ERROR_PARAM);
+
+    // Everything the pool gave stays within the budget's share of the buffer. This bound grows
+    // into the peak of a whole run as the stages join.
+    EXPECT_GT(e->pool.peak, 0u);
+    EXPECT_LE(int64_t{e->pool.peak}, int64_t{budget} - int64_t{sizeof(tav_sr2_Engine)});
+    EXPECT_EQ(tav_sr2_finish(&e), TAV_OK);  // the pool reports no leak
+    EXPECT_EQ(e, nullptr);
+}
+
+TEST(EngineTest, SecondStartBeginsAfresh) {
+    InitArgs args;
+    args.width = args.output_width = 1000;
+    args.height = args.output_height = 750;
+    args.zoom = 1.0f;
+    Buffer buf = makeBuffer(args.budget());
+    tav_sr2_Engine* e = nullptr;
+    ASSERT_EQ(args.init(&e, buf.get(), args.budget()), TAV_OK);
+    ASSERT_EQ(tav_sr2_setCore(&e, 0, 2, 0), TAV_OK);
+    ASSERT_EQ(tav_sr2_start(&e), TAV_OK);
+    const uint32_t in_use = tav_sr2_MemPool_inUse(&e->pool);
+    ASSERT_EQ(tav_sr2_start(&e), TAV_OK);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&e->pool), in_use);
+    EXPECT_EQ(tav_sr2_finish(&e), TAV_OK);
+}
+
+TEST(EngineTest, FinishReportsALeakAndKeepsTheEngine) {
+    Buffer buf = makeBuffer(kSmallBuffer);
+    InitArgs args;
+    tav_sr2_Engine* e = nullptr;
+    ASSERT_EQ(args.init(&e, buf.get(), kSmallBuffer), TAV_OK);
+    ASSERT_NE(tav_sr2_MemPool_alloc(&e->pool, 100), nullptr);  // never given back
+    tav_sr2_Engine* kept = e;
+    EXPECT_EQ(tav_sr2_finish(&e), TAV_ERROR_BUFFER);
+    EXPECT_EQ(e, kept);
+    EXPECT_EQ(e->state, TAV_SR2_STATE_INITIALISED);
+}
+
+#ifdef TAVRIN_FAULT_INJECTION
+TEST(EngineTest, EveryAllocationOfInitAndStartMayFail) {
+    InitArgs args;
+    args.width = args.output_width = 1000;
+    args.height = args.output_height = 750;
+    args.zoom = 1.0f;
+    args.num_cores = 4;
+    const int32_t budget = args.budget();
+    Buffer buf = makeBuffer(budget);
+
+    // Count the allocations of one clean init and start.
+    tav_sr2_Engine* e = nullptr;
+    tav_sr2_MemPool_injectFailure(0, false);
+    ASSERT_EQ(args.init(&e, buf.get(), budget), TAV_OK);
+    EXPECT_EQ(tav_sr2_MemPool_allocCount(), 0u);  // init takes nothing from the pool
+    ASSERT_EQ(tav_sr2_start(&e), TAV_OK);
+    const uint32_t total = tav_sr2_MemPool_allocCount();
+    ASSERT_EQ(tav_sr2_finish(&e), TAV_OK);
+    ASSERT_GT(total, 2u);  // at least the workers, the job list and the two quarter maps
+
+    for (bool persist : {false, true}) {
+        for (uint32_t nth = 1; nth <= total; ++nth) {
+            ASSERT_EQ(args.init(&e, buf.get(), budget), TAV_OK);
+            tav_sr2_MemPool_injectFailure(nth, persist);
+            EXPECT_EQ(tav_sr2_start(&e), TAV_ERROR_GENERIC) << nth << " " << persist;
+            tav_sr2_MemPool_injectFailure(0, false);
+            EXPECT_EQ(e->state & TAV_SR2_STATE_STARTED, 0) << nth;
+            EXPECT_EQ(tav_sr2_finish(&e), TAV_OK) << nth << " " << persist;  // nothing leaked
+            EXPECT_EQ(e, nullptr);
+        }
+    }
+}
+#endif
+
+}  // namespace

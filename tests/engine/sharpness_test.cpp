@@ -1,0 +1,275 @@
+// Sharpness and brightness measures: the Q15 kernels against a double-precision construction,
+// the banded, ring-buffered measure against a straightforward whole-image computation of the
+// same integer arithmetic, the vector row kernels against the scalar ones, and the meaning of
+// the score (a blurred copy scores lower).
+
+#include "engine/sharpness.h"
+
+#include <gtest/gtest.h>
+#include <hwy/targets.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "tests/engine/sharpness_reference.h"
+#include "tests/foundation/pool_fixtures.h"
+
+namespace {
+
+using tav_fixtures::Heap;
+using tav_fixtures::TestImage;
+using tav_fixtures::Workers;
+using tav_sharp_ref::referenceBrightness;
+using tav_sharp_ref::referenceScore;
+using tav_sharp_ref::referenceTaps;
+
+// The band energy with real Gaussians and no rounding, in the measure's units (1/32 level).
+double exactEnergy(const tav_sr2_Image& im, double sigma_a, double sigma_b) {
+    const int32_t w = im.width;
+    const int32_t h = im.height;
+    auto blur = [&](double sigma) {
+        double g[4];
+        double s = 0.0;
+        for (int k = 0; k <= 3; ++k) {
+            g[k] = std::exp(-(double)(k * k) / (2.0 * sigma * sigma));
+            s += k == 0 ? g[k] : 2.0 * g[k];
+        }
+        std::vector<double> hz((size_t)w * h), out((size_t)w * h);
+        for (int32_t y = 0; y < h; ++y) {
+            for (int32_t x = 0; x < w; ++x) {
+                double sum = 0.0;
+                for (int32_t k = -3; k <= 3; ++k) {
+                    sum += g[std::abs(k)] / s *
+                           im.plane[0][(size_t)y * im.pitch[0] + std::clamp(x + k, 0, w - 1)];
+                }
+                hz[(size_t)y * w + x] = sum;
+            }
+        }
+        for (int32_t y = 0; y < h; ++y) {
+            for (int32_t x = 0; x < w; ++x) {
+                double sum = 0.0;
+                for (int32_t k = -3; k <= 3; ++k) {
+                    sum += g[std::abs(k)] / s * hz[(size_t)std::clamp(y + k, 0, h - 1) * w + x];
+                }
+                out[(size_t)y * w + x] = sum;
+            }
+        }
+        return out;
+    };
+    const std::vector<double> a = blur(sigma_a);
+    const std::vector<double> b = blur(sigma_b);
+    double total = 0.0;
+    for (size_t i = 0; i < a.size(); ++i)
+        total += std::fabs(a[i] - b[i]);
+    return total * 32.0;
+}
+
+void fillRandom(tav_sr2_Image* im, std::mt19937& rng) {
+    for (int32_t y = 0; y < im->height; ++y) {
+        for (int32_t x = 0; x < im->width; ++x)
+            im->plane[0][(size_t)y * im->pitch[0] + x] = rng();
+    }
+}
+
+const double kSigmaB = 0.7;
+const double kSigmaA = 0.7 * std::sqrt(2.0);
+
+TEST(SharpKernel, MatchesDoublePrecisionTapsAndSumsTo32768) {
+    for (double sigma :
+         {0.0, 1e-300, 0.2, 0.3, 0.5, 0.7, 0.7 * std::sqrt(2.0), 1.0, 1.5, 3.0, 50.0}) {
+        tav_sr2_SharpKernel k;
+        tav_sr2_SharpKernel_make(&k, sigma);
+        const std::vector<int32_t> ref = referenceTaps(sigma);
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(k.tap[i], ref[i]) << "sigma " << sigma << " tap " << i;
+        const int32_t sum = k.tap[0] + 2 * (k.tap[1] + k.tap[2] + k.tap[3]);
+        EXPECT_EQ(sum & 0xFFFF, 32768 & 0xFFFF) << sigma;
+    }
+    // Without side taps the centre wraps to -32768, and the two passes still give the pixel back.
+    tav_sr2_SharpKernel k;
+    tav_sr2_SharpKernel_make(&k, 0.0);
+    EXPECT_EQ(k.tap[0], -32768);
+    const uint8_t row[5] = {0, 1, 128, 254, 255};
+    int16_t out[5];
+    tav_sr2_sharpRowsScalar.horizontal(row, 5, &k, out);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(out[i], -32 * row[i]);
+}
+
+void compareRows(std::mt19937& rng) {
+    tav_sr2_SharpKernel ka;
+    tav_sr2_SharpKernel kb;
+    for (double sa : {0.0, 0.99, 2.5}) {
+        tav_sr2_SharpKernel_make(&ka, sa);
+        tav_sr2_SharpKernel_make(&kb, 0.45);
+        for (int32_t n = 1; n <= 80; ++n) {
+            std::vector<uint8_t> src(n);
+            for (auto& v : src)
+                v = rng();
+            std::vector<int16_t> hs(n), hv(n);
+            tav_sr2_sharpRowsScalar.horizontal(src.data(), n, &ka, hs.data());
+            tav_sr2_sharpRowsVector.horizontal(src.data(), n, &ka, hv.data());
+            ASSERT_EQ(hs, hv) << "n " << n;
+            // Rows of the horizontal pass's full range, extremes included.
+            std::vector<std::vector<int16_t>> rows(14, std::vector<int16_t>(n));
+            const int16_t lim = sa == 0.0 ? -8160 : 8160;
+            for (auto& r : rows) {
+                for (auto& v : r)
+                    v = rng() % 4 == 0 ? lim : (int16_t)(rng() % 8161);
+            }
+            const int16_t* ra[7];
+            const int16_t* rb[7];
+            for (int j = 0; j < 7; ++j) {
+                ra[j] = rows[j].data();
+                rb[j] = rows[7 + j].data();
+            }
+            ASSERT_EQ(tav_sr2_sharpRowsScalar.energy(ra, rb, n, &ka, &kb),
+                      tav_sr2_sharpRowsVector.energy(ra, rb, n, &ka, &kb))
+                << "n " << n;
+        }
+    }
+}
+
+TEST(SharpRows, VectorEqualsScalarOnAwkwardLengthsOnEveryTarget) {
+    std::mt19937 rng(7);
+    for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
+        hwy::SetSupportedTargetsForTest(target);
+        SCOPED_TRACE(hwy::TargetName(target));
+        compareRows(rng);
+    }
+    hwy::SetSupportedTargetsForTest(0);
+}
+
+TEST(Sharpness, EqualsWholeImageReferenceOnAwkwardSizes) {
+    Heap heap(64u << 20);
+    Workers workers(&heap.pool, 3);
+    std::mt19937 rng(11);
+    const int32_t sizes[][2] = {{1, 1},  {2, 5},    {7, 3},    {5, 13},  {13, 17},
+                                {31, 9}, {100, 67}, {257, 33}, {64, 130}};
+    for (const auto& s : sizes) {
+        TestImage im(&heap.pool, s[0], s[1], TAV_SR2_FMT_UINT8);
+        fillRandom(&im.img, rng);
+        const uint32_t expected = referenceScore(im.img, kSigmaA, kSigmaB);
+        for (const tav_sr2_SharpRowOps* ops :
+             {&tav_sr2_sharpRowsScalar, &tav_sr2_sharpRowsVector}) {
+            for (tav_sr2_ThreadPool* tp : {(tav_sr2_ThreadPool*)nullptr, &workers.tp}) {
+                uint32_t score = 12345;
+                ASSERT_EQ(tav_sr2_Image_sharpnessWithRows(tp, &heap.pool, &score, &im.img, kSigmaA,
+                                                          kSigmaB, ops),
+                          TAV_OK);
+                EXPECT_EQ(score, expected) << s[0] << "x" << s[1];
+            }
+        }
+    }
+    // Scratch goes back to the pool: only the images remain in use.
+    TestImage probe(&heap.pool, 64, 64, TAV_SR2_FMT_UINT8);
+    const uint32_t before = tav_sr2_MemPool_inUse(&heap.pool);
+    uint32_t score;
+    ASSERT_EQ(tav_sr2_Image_sharpness(&workers.tp, &heap.pool, &score, &probe.img, 1.0, 0.5),
+              TAV_OK);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), before);
+}
+
+TEST(Sharpness, ApproximatesTheExactBandEnergyAndDropsWhenBlurred) {
+    Heap heap(16u << 20);
+    std::mt19937 rng(3);
+    TestImage sharp(&heap.pool, 96, 80, TAV_SR2_FMT_UINT8);
+    TestImage soft(&heap.pool, 96, 80, TAV_SR2_FMT_UINT8);
+    // Edges of a checkerboard with noise, and a 3 x 3 box blur of the same picture.
+    for (int32_t y = 0; y < 80; ++y) {
+        for (int32_t x = 0; x < 96; ++x) {
+            const int v = ((x / 6 + y / 5) & 1) ? 200 : 40;
+            sharp.img.plane[0][y * sharp.img.pitch[0] + x] = (uint8_t)(v + (int)(rng() % 21) - 10);
+        }
+    }
+    for (int32_t y = 0; y < 80; ++y) {
+        for (int32_t x = 0; x < 96; ++x) {
+            int sum = 0;
+            for (int dy = -1; dy <= 1; ++dy) {
+                for (int dx = -1; dx <= 1; ++dx) {
+                    sum += sharp.img.plane[0][std::clamp(y + dy, 0, 79) * sharp.img.pitch[0] +
+                                              std::clamp(x + dx, 0, 95)];
+                }
+            }
+            soft.img.plane[0][y * soft.img.pitch[0] + x] = (uint8_t)((sum + 4) / 9);
+        }
+    }
+    uint32_t s_sharp = 0;
+    uint32_t s_soft = 0;
+    ASSERT_EQ(tav_sr2_Image_sharpness(nullptr, &heap.pool, &s_sharp, &sharp.img, kSigmaA, kSigmaB),
+              TAV_OK);
+    ASSERT_EQ(tav_sr2_Image_sharpness(nullptr, &heap.pool, &s_soft, &soft.img, kSigmaA, kSigmaB),
+              TAV_OK);
+    EXPECT_LT(s_soft, s_sharp);
+    EXPECT_LT(s_soft * 3 / 2, s_sharp);
+    const double exact = exactEnergy(sharp.img, kSigmaA, kSigmaB);
+    EXPECT_NEAR((double)s_sharp, exact, exact * 0.02);
+    // A flat picture keeps only the rounding of the four vertical terms: at most 1 per pixel.
+    for (int32_t y = 0; y < 80; ++y) {
+        memset(soft.img.plane[0] + y * soft.img.pitch[0], 77, 96);
+    }
+    ASSERT_EQ(tav_sr2_Image_sharpness(nullptr, &heap.pool, &s_soft, &soft.img, kSigmaA, kSigmaB),
+              TAV_OK);
+    EXPECT_LE(s_soft, 96u * 80u);
+    EXPECT_EQ(s_soft, referenceScore(soft.img, kSigmaA, kSigmaB));
+}
+
+TEST(Sharpness, RefusesBadArgumentsAndReportsAShortPool) {
+    Heap heap(1u << 20);
+    TestImage im(&heap.pool, 600, 8, TAV_SR2_FMT_UINT8);
+    TestImage frame(&heap.pool, 16, 8, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    uint32_t score = 99;
+    EXPECT_EQ(tav_sr2_Image_sharpness(nullptr, nullptr, &score, &im.img, 1, 1), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_sharpness(nullptr, &heap.pool, nullptr, &im.img, 1, 1),
+              TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_sharpness(nullptr, &heap.pool, &score, nullptr, 1, 1), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_Image_sharpness(nullptr, &heap.pool, &score, &frame.img, 1, 1),
+              TAV_ERROR_UNSUPPORTED);
+    tav_sr2_Image empty;
+    tav_sr2_Image_init(&empty, &heap.pool);
+    empty.format = TAV_SR2_FMT_UINT8;
+    EXPECT_EQ(tav_sr2_Image_sharpness(nullptr, &heap.pool, &score, &empty, 1, 1), TAV_OK);
+    EXPECT_EQ(score, 0u);
+    // 2 rings x 8 rows x 600 samples x 2 bytes do not fit in what is left.
+    Heap tiny(16u << 10);
+    score = 99;
+    EXPECT_EQ(tav_sr2_Image_sharpness(nullptr, &tiny.pool, &score, &im.img, 1, 1),
+              TAV_ERROR_MALLOC);
+    EXPECT_EQ(score, 99u);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&tiny.pool), 0u);
+}
+
+TEST(Brightness, MeanOfEverySecondRowAndColumn) {
+    Heap heap(16u << 20);
+    Workers workers(&heap.pool, 4);
+    std::mt19937 rng(5);
+    const int32_t sizes[][2] = {{2, 2}, {3, 3}, {10, 10}, {64, 48}, {33, 17}, {640, 31}};
+    for (const auto& s : sizes) {
+        TestImage im(&heap.pool, s[0], s[1], TAV_SR2_FMT_UINT8);
+        fillRandom(&im.img, rng);
+        for (tav_sr2_TaskSys* ts : {(tav_sr2_TaskSys*)nullptr, workers.ts}) {
+            float mean = -1.0f;
+            ASSERT_EQ(tav_sr2_Image_brightness(ts, &im.img, &mean), TAV_OK);
+            EXPECT_EQ(mean, referenceBrightness(im.img)) << s[0] << "x" << s[1];
+        }
+    }
+    // Odd rows and columns are never read.
+    TestImage im(&heap.pool, 8, 8, TAV_SR2_FMT_UINT8);
+    for (int32_t y = 0; y < 8; ++y) {
+        for (int32_t x = 0; x < 8; ++x)
+            im.img.plane[0][y * im.img.pitch[0] + x] = (x | y) & 1 ? 255 : 50;
+    }
+    float mean = 0;
+    ASSERT_EQ(tav_sr2_Image_brightness(workers.ts, &im.img, &mean), TAV_OK);
+    EXPECT_EQ(mean, 50.0f);
+    // A 1 x 1 image has no divisor; another format is refused.
+    TestImage one(&heap.pool, 1, 1, TAV_SR2_FMT_UINT8);
+    EXPECT_EQ(tav_sr2_Image_brightness(nullptr, &one.img, &mean), TAV_OK);
+    EXPECT_EQ(mean, 0.0f);
+    TestImage frame(&heap.pool, 8, 8, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    EXPECT_EQ(tav_sr2_Image_brightness(nullptr, &frame.img, &mean), TAV_ERROR_UNSUPPORTED);
+    EXPECT_EQ(tav_sr2_Image_brightness(nullptr, nullptr, &mean), TAV_ERROR_PARAM);
+}
+
+}  // namespace

@@ -1,0 +1,873 @@
+// The row scheduler: configuration, placement, row ranges, slots and ids, dependencies,
+// waits, failures, start and stop, and a stress run of random task graphs.
+#include "foundation/task_sys.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "foundation/task_sys_internal.h"
+#include "tests/foundation/task_test_util.h"
+
+namespace {
+
+// A scheduler over its own pool; finishing it must give every byte back.
+struct Sys {
+    TestPool pool;
+    std::unique_ptr<tav_sr2_TaskSys> ts{new tav_sr2_TaskSys()};
+    explicit Sys(size_t pool_bytes = 1 << 16) : pool(pool_bytes) {
+        tav_sr2_TaskSys_init(ts.get(), &pool.pool);
+    }
+    ~Sys() {
+        tav_sr2_TaskSys_finish(ts.get());
+        EXPECT_EQ(pool.inUse(), 0u);
+    }
+    tav_sr2_TaskSysConfig& config() { return ts->config; }
+    uint32_t start(int32_t threads) {
+        ts->config.thread_count = threads;
+        return tav_sr2_TaskSys_start(ts.get());
+    }
+    tav_sr2_TaskSys* operator->() { return ts.get(); }
+    operator tav_sr2_TaskSys*() { return ts.get(); }
+};
+
+// ---- a recording row kernel ---------------------------------------------------------------------
+
+const tav_sr2_TaskType kRecordRows = tav_sr2_rowTaskType<recordRow>();
+
+uint32_t countCall(void* arg) {
+    ((std::atomic<int>*)arg)->fetch_add(1);
+    return 0;
+}
+
+// ---- configuration ------------------------------------------------------------------------------
+
+struct HookLog {
+    std::mutex lock;
+    std::multiset<int32_t> begun, ended;
+    static void add(void* user, int32_t index, bool begin) {
+        HookLog* log = (HookLog*)user;
+        std::lock_guard<std::mutex> guard(log->lock);
+        (begin ? log->begun : log->ended).insert(index);
+    }
+};
+
+std::multiset<int32_t> indexRange(int32_t first, int32_t last) {
+    std::multiset<int32_t> s;
+    for (int32_t i = first; i <= last; ++i)
+        s.insert(i);
+    return s;
+}
+
+TEST(TaskSysTest, ConfigurationLimitsHooksAndCoreList) {
+    tav_sr2_TaskSysConfig c;
+    tav_sr2_TaskSys_getConfig(nullptr, &c);
+    EXPECT_EQ(c.thread_count, 1);
+    EXPECT_EQ(c.caller_is_worker, 1);
+    EXPECT_EQ(c.wait_ms, 3000);
+    EXPECT_EQ(c.core_mask, 0u);
+    EXPECT_EQ(tav_sr2_TaskSys_threadCount(nullptr), 1);
+
+    Sys s;
+    EXPECT_EQ(tav_sr2_TaskSys_threadCount(s), 1);
+    HookLog log;
+    s.config().core_mask = 0xF0;
+    s.config().pin_workers = 1;
+    s.config().reserved0 = 5;
+    s.config().user = &log;
+    s.config().thread_begin = [](void* user, int32_t i) { HookLog::add(user, i, true); };
+    s.config().thread_end = [](void* user, int32_t i) { HookLog::add(user, i, false); };
+    ASSERT_EQ(s.start(17), TAV_OK);
+    tav_sr2_TaskSys_getConfig(s, &c);
+    EXPECT_EQ(c.thread_count, 16);  // more than 16 drops all placement
+    EXPECT_EQ(c.core_mask, 0u);
+    EXPECT_EQ(c.pin_workers, 0);
+    EXPECT_EQ(c.reserved0, 0);
+    EXPECT_EQ(tav_sr2_TaskSys_threadCount(s), 16);
+    EXPECT_EQ(s->spawned, 15);
+    EXPECT_EQ(tav_sr2_TaskSys_stop(s), TAV_OK);  // joined: every hook has run
+    EXPECT_EQ(log.begun, indexRange(1, 15));     // the caller is worker 0
+    EXPECT_EQ(log.ended, indexRange(1, 15));
+    EXPECT_EQ(tav_sr2_TaskSys_threadCount(s), 1);
+
+    // A caller that does not work leaves all indices to spawned threads.
+    log.begun.clear();
+    s.config().caller_is_worker = 0;
+    ASSERT_EQ(s.start(3), TAV_OK);
+    EXPECT_EQ(s->spawned, 3);
+    EXPECT_EQ(tav_sr2_TaskSys_stop(s), TAV_OK);
+    EXPECT_EQ(log.begun, indexRange(0, 2));
+
+    s.config().caller_is_worker = 1;
+    s.config().thread_begin = nullptr;
+    s.config().thread_end = nullptr;
+    ASSERT_EQ(s.start(0), TAV_OK);  // restarts; 0 means the processor count
+    EXPECT_EQ(tav_sr2_TaskSys_threadCount(s), std::min(tav_sr2_getProcessorCount(), 16));
+
+    // Core lists run from the highest set bit down and repeat.
+    struct Case {
+        uint32_t mask;
+        int32_t threads;
+        std::vector<int> cores;
+    };
+    for (const Case& k :
+         {Case{0x2C, 3, {5, 3, 2}}, Case{0, 3, {2, 1, 0}}, Case{0x80000001u, 2, {31, 0}}}) {
+        s.config().core_mask = k.mask;
+        s.config().pin_workers = 1;
+        ASSERT_EQ(s.start(k.threads), TAV_OK);
+        for (int i = 0; i < 32; ++i) {
+            ASSERT_EQ(s->cores[i], k.cores[i % k.cores.size()]) << "mask " << k.mask << " at " << i;
+        }
+    }
+}
+
+// ---- placement --------------------------------------------------------------------------------
+
+struct MaskLog {
+    std::mutex lock;
+    std::vector<std::pair<int32_t, uint32_t>> ranged, one_shot;  // (worker, mask)
+};
+
+uint32_t maskEntry(tav_sr2_TaskCtx* ctx, void* arg, int32_t* counter, int32_t end, uint32_t mask,
+                   int32_t* applied) {
+    MaskLog* log = (MaskLog*)arg;
+    {
+        std::lock_guard<std::mutex> guard(log->lock);
+        (ctx->count > 0 ? log->ranged : log->one_shot).push_back({ctx->worker_index, mask});
+    }
+    return tav_sr2_TaskRows_run(counter, end, mask, applied, [](int32_t) {
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+        return 0u;
+    });
+}
+const tav_sr2_TaskType kMaskType = {maskEntry, {.row = nullptr}, TAV_SR2_TASK_KIND_ROWS};
+const tav_sr2_TaskType kMaskOneShot = {maskEntry, {.call = nullptr}, TAV_SR2_TASK_KIND_CALL};
+
+TEST(TaskSysTest, FixedPlacementOfRowAndOneShotTasks) {
+    struct Case {
+        uint32_t core_mask;
+        int32_t pin, threads;
+    };
+    for (const Case& k : {Case{0, 0, 6}, Case{0xF0, 0, 6}, Case{0x30, 1, 4}}) {
+        Sys s;
+        s.config().core_mask = k.core_mask;
+        s.config().pin_workers = k.pin;
+        ASSERT_EQ(s.start(k.threads), TAV_OK);
+        MaskLog log;
+        ASSERT_EQ(tav_sr2_TaskSys_run(s, &kMaskType, &log, 64), TAV_OK);
+        for (int i = 0; i < 24; ++i) {
+            ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &kMaskOneShot, &log, 0, nullptr, nullptr), TAV_OK);
+        }
+        ASSERT_EQ(tav_sr2_TaskSys_wait(s, -1, nullptr), TAV_OK);
+        ASSERT_FALSE(log.ranged.empty());
+        ASSERT_EQ(log.one_shot.size(), 24u);
+        // Pinned: the worker's own core for rows. Otherwise cores 6 and 7 for the first four
+        // workers whatever the mask, the mask for the rest; one-shots get the mask, or every
+        // core when rows are placed but no mask is set.
+        for (auto [worker, mask] : log.ranged) {
+            uint32_t want = k.pin ? 1u << s->cores[worker] : worker <= 3 ? 0xC0u : k.core_mask;
+            EXPECT_EQ(mask, want) << "worker " << worker;
+        }
+        for (auto [worker, mask] : log.one_shot) {
+            uint32_t want = k.core_mask;
+            if (!k.pin && k.core_mask == 0 && worker <= 3) want = 0xFFFFFFFFu;
+            EXPECT_EQ(mask, want) << "worker " << worker;
+        }
+    }
+}
+
+#ifdef TAVRIN_FAULT_INJECTION
+TEST(TaskSysTest, EntryRetriesPlacementUntilItHolds) {
+    Rows rows(6);
+    tav_sr2_TaskFor pair = {
+        [](void* arg, int32_t row, int32_t) { return recordRow(arg, row, nullptr); }, &rows};
+    tav_sr2_TaskCtx ctx = {nullptr, 0, 6, 0};
+    int32_t counter = 0, applied = 0;
+    tav_sr2_setAffinity_injectFailure(2);
+    tav_sr2_TaskType_for.entry(&ctx, &pair, &counter, 6, 0x1, &applied);
+    EXPECT_EQ(tav_sr2_setAffinity_callCount(), 3u);  // rows 0 and 1 fail, row 2 places it
+    EXPECT_EQ(applied, 1);
+    EXPECT_TRUE(rows.allOnce());
+
+    // Still unplaced when the rows run out: the flag says so for the next call.
+    Rows two(2);
+    pair.arg = &two;
+    counter = 0;
+    applied = 0;
+    tav_sr2_setAffinity_injectFailure(5);
+    tav_sr2_TaskType_for.entry(&ctx, &pair, &counter, 2, 0x1, &applied);
+    EXPECT_EQ(tav_sr2_setAffinity_callCount(), 2u);
+    EXPECT_EQ(applied, 0);
+    EXPECT_TRUE(two.allOnce());
+
+    // A zero mask counts as placed; an applied flag skips placement altogether.
+    for (int32_t start_flag : {0, 1}) {
+        Rows more(3);
+        pair.arg = &more;
+        counter = 0;
+        applied = start_flag;
+        tav_sr2_setAffinity_injectFailure(0);
+        tav_sr2_TaskType_for.entry(&ctx, &pair, &counter, 3, start_flag ? 0x1 : 0, &applied);
+        EXPECT_EQ(tav_sr2_setAffinity_callCount(), 0u);
+        EXPECT_EQ(applied, 1);
+        EXPECT_TRUE(more.allOnce());
+    }
+    tav_sr2_setAffinity_injectFailure(0);
+}
+#endif
+
+// ---- row ranges -------------------------------------------------------------------------------
+
+TEST(TaskSysTest, RemainderIsSpreadEvenly) {
+    tav_sr2_TaskRange pairs[16];
+    for (int32_t w = 1; w <= 16; ++w) {
+        for (int32_t count = 0; count <= 70; ++count) {
+            tav_sr2_task::spreadRows(pairs, w, count, false);
+            int32_t q = count / w, r = count % w, begin = 0;
+            for (int32_t k = 0; k < w; ++k) {
+                // Pair k has an extra row exactly when floor((k+1)r/W) steps past floor(kr/W).
+                int32_t extra = (k + 1) * r / w - k * r / w;
+                ASSERT_EQ(pairs[k].begin, begin) << w << " workers, " << count << " rows";
+                ASSERT_EQ(pairs[k].end - pairs[k].begin, q + extra)
+                    << w << " workers, " << count << " rows, pair " << k;
+                begin = pairs[k].end;
+            }
+            ASSERT_EQ(begin, count);
+        }
+    }
+    tav_sr2_task::spreadRows(pairs, 4, 10, false);
+    EXPECT_EQ(pairs[0].end - pairs[0].begin, 2);
+    EXPECT_EQ(pairs[1].end - pairs[1].begin, 3);
+    EXPECT_EQ(pairs[2].end - pairs[2].begin, 2);
+    EXPECT_EQ(pairs[3].end - pairs[3].begin, 3);
+    tav_sr2_task::spreadRows(pairs, 4, 10, true);
+    EXPECT_EQ(pairs[0].begin, 0);
+    EXPECT_EQ(pairs[0].end, 10);
+    for (int k = 1; k < 4; ++k)
+        EXPECT_EQ(pairs[k].end, 0);
+}
+
+struct EndLog {
+    std::mutex lock;
+    std::set<int32_t> ends;
+    Rows rows{10};
+};
+uint32_t endEntry(tav_sr2_TaskCtx* ctx, void* arg, int32_t* counter, int32_t end, uint32_t mask,
+                  int32_t* applied) {
+    EndLog* log = (EndLog*)arg;
+    {
+        std::lock_guard<std::mutex> guard(log->lock);
+        log->ends.insert(end);
+    }
+    return tav_sr2_TaskRows_run(counter, end, mask, applied,
+                                [&](int32_t r) { return recordRow(&log->rows, r, ctx); });
+}
+const tav_sr2_TaskType kEndType = {endEntry, {.row = nullptr}, TAV_SR2_TASK_KIND_ROWS};
+
+TEST(TaskSysTest, TenRowsOnFourWorkersUseRangesOfTwoAndThree) {
+    Sys s;
+    ASSERT_EQ(s.start(4), TAV_OK);
+    for (int rep = 0; rep < 20; ++rep) {
+        EndLog log;
+        ASSERT_EQ(tav_sr2_TaskSys_run(s, &kEndType, &log, 10), TAV_OK);
+        EXPECT_TRUE(log.rows.allOnce());
+        // Some worker walks every pair that still has rows; the ends are those of 2,3,2,3.
+        EXPECT_EQ(log.ends, (std::set<int32_t>{2, 5, 7, 10}));
+    }
+}
+
+// ---- direct mode and a single worker ----------------------------------------------------------
+
+// Direct calls record {first number, second number, ctx->count}; ctx must be cleared otherwise.
+using Calls = std::vector<std::array<int32_t, 3>>;
+uint32_t recordDirect(void* arg, int32_t a, int32_t b, tav_sr2_TaskCtx* ctx, uint32_t result) {
+    EXPECT_TRUE(ctx->sys == nullptr && ctx->worker_index == 0 && ctx->task_id == 0);
+    ((Calls*)arg)->push_back({a, b, ctx->count});
+    return result;
+}
+uint32_t unusedEntry(tav_sr2_TaskCtx*, void*, int32_t*, int32_t, uint32_t, int32_t*) {
+    ADD_FAILURE() << "entry called in direct mode";
+    return 0;
+}
+const tav_sr2_TaskType kDirectCall = {
+    unusedEntry,
+    {.call = [](void* arg, tav_sr2_TaskCtx* ctx, void* again,
+                int32_t n) { return recordDirect(arg, n, again == arg, ctx, 0x100); }},
+    0};
+const tav_sr2_TaskType kDirectRows = {
+    unusedEntry,
+    {.row = [](void* arg, int32_t row,
+               tav_sr2_TaskCtx* ctx) { return recordDirect(arg, row, -1, ctx, 1u << row); }},
+    1};
+const tav_sr2_TaskType kDirectRange = {
+    unusedEntry,
+    {.range = [](void* arg, int32_t b, int32_t e,
+                 tav_sr2_TaskCtx* ctx) { return recordDirect(arg, b, e, ctx, 0x200); }},
+    2};
+
+TEST(TaskSysTest, DirectModeAndArgumentChecks) {
+    Calls calls;
+    EXPECT_EQ(tav_sr2_TaskSys_run(nullptr, &kDirectRows, &calls, 4), 0xFu);  // results ORed
+    EXPECT_EQ(calls, (Calls{{0, -1, 4}, {1, -1, 4}, {2, -1, 4}, {3, -1, 4}}));
+    calls.clear();
+    EXPECT_EQ(tav_sr2_TaskSys_run(nullptr, &kDirectCall, &calls, 5), 0x100u);
+    EXPECT_EQ(calls, (Calls{{5, 1, 5}}));
+    calls.clear();
+    uint32_t id = 77;
+    EXPECT_EQ(tav_sr2_TaskSys_add(nullptr, &kDirectRange, &calls, 6, 0, nullptr, &id), 0x200u);
+    EXPECT_EQ(calls, (Calls{{0, 6, 6}}));
+    EXPECT_EQ(id, 0u);
+    calls.clear();
+    EXPECT_EQ(tav_sr2_TaskSys_run(nullptr, &kDirectRows, &calls, 0), TAV_OK);
+    EXPECT_TRUE(calls.empty());
+
+    std::atomic<int> count{0};
+    tav_sr2_TaskCall call = {countCall, &count};
+    EXPECT_EQ(tav_sr2_TaskSys_run(nullptr, &tav_sr2_TaskType_call, &call, 1), TAV_OK);
+    EXPECT_EQ(count.load(), 1);
+    Rows rows(5);
+    tav_sr2_TaskFor each = {[](void* arg, int32_t row, int32_t n) {
+                                EXPECT_EQ(n, 5);
+                                return recordRow(arg, row, nullptr);
+                            },
+                            &rows};
+    EXPECT_EQ(tav_sr2_TaskSys_run(nullptr, &tav_sr2_TaskType_for, &each, 5), TAV_OK);
+    EXPECT_TRUE(rows.allOnce());
+
+    const tav_sr2_TaskType no_entry = {nullptr, {.row = nullptr}, 1};
+    uint32_t dep = 1;
+    EXPECT_EQ(tav_sr2_TaskSys_add(nullptr, &kDirectRows, &calls, -1, 0, nullptr, nullptr),
+              TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_TaskSys_add(nullptr, &kDirectRows, &calls, 1, -1, nullptr, nullptr),
+              TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_TaskSys_add(nullptr, &kDirectRows, &calls, 1, 1, nullptr, nullptr),
+              TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_TaskSys_add(nullptr, nullptr, &calls, 1, 1, &dep, nullptr), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_TaskSys_run(nullptr, &no_entry, &calls, 1), TAV_ERROR_PARAM);
+    EXPECT_TRUE(calls.empty());
+}
+
+TEST(TaskSysTest, OneWorkerRunsEveryRowOnTheCaller) {
+    Sys s;
+    ASSERT_EQ(s.start(1), TAV_OK);
+    EXPECT_EQ(s->spawned, 0);
+    Rows rows(100);
+    rows.row_result = TAV_ERROR_IO;  // row results stay with the task
+    EXPECT_EQ(tav_sr2_TaskSys_run(s, &kRecordRows, &rows, 100), TAV_OK);
+    EXPECT_TRUE(rows.allOnce());
+    for (pthread_t t : rows.threads)
+        EXPECT_TRUE(pthread_equal(t, pthread_self()));
+    Rows none(1);
+    EXPECT_EQ(tav_sr2_TaskSys_run(s, &kRecordRows, &none, 0), TAV_OK);
+    EXPECT_EQ(tav_sr2_TaskSys_run(s, &kRecordRows, &none, -3), TAV_OK);
+    EXPECT_EQ(none.total(), 0);
+    EXPECT_EQ(s->free_slots, TAV_SR2_TASK_SLOTS);  // run's slots freed themselves
+    uint32_t out;
+    EXPECT_EQ(tav_sr2_TaskSys_result(s, 1, 1, &out), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_TaskSys_result(s, 1, 0, nullptr), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_TaskSys_wait(s, 2, nullptr), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_TaskSys_addEvent(s, nullptr), TAV_ERROR_PARAM);
+}
+
+// ---- slots and ids ------------------------------------------------------------------------------
+
+TEST(TaskSysTest, FullSlotTableTimesOutAndStaleIdsAreHarmless) {
+    Sys s;
+    s.config().caller_is_worker = 0;
+    s.config().wait_ms = 40;
+    ASSERT_EQ(s.start(2), TAV_OK);
+    std::vector<uint32_t> events(TAV_SR2_TASK_SLOTS);
+    for (uint32_t& e : events)
+        ASSERT_EQ(tav_sr2_TaskSys_addEvent(s, &e), TAV_OK);
+    EXPECT_EQ(std::set<uint32_t>(events.begin(), events.end()).size(), events.size());
+    uint32_t out = 0;
+    EXPECT_EQ(tav_sr2_TaskSys_result(s, events[0], 0, &out), TAV_SR2_TASK_UNFINISHED);
+    EXPECT_EQ(out, TAV_SR2_TASK_UNFINISHED);
+
+    std::atomic<int> calls{0};
+    tav_sr2_TaskCall call = {countCall, &calls};
+    uint32_t id = 0;
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &call, 0, nullptr, &id),
+              TAV_ERROR_TIMEOUT);
+    EXPECT_GE(msSince(t0), 38.0);
+    EXPECT_EQ(id, 0u);
+
+    EXPECT_EQ(tav_sr2_TaskSys_setEvent(s, events[0], TAV_SR2_TASK_UNFINISHED), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_TaskSys_setEvent(s, events[0], TAV_ERROR_IO), TAV_OK);
+    EXPECT_EQ(tav_sr2_TaskSys_setEvent(s, events[0], 0), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_TaskSys_result(s, events[0], 0, &out), TAV_OK);
+    EXPECT_EQ(out, TAV_ERROR_IO);
+    EXPECT_EQ(tav_sr2_TaskSys_retain(s, events[0]), TAV_OK);
+    EXPECT_EQ(tav_sr2_TaskSys_release(s, events[0]), TAV_OK);
+    EXPECT_EQ(s->free_slots, 0);  // still held
+    EXPECT_EQ(tav_sr2_TaskSys_release(s, events[0]), TAV_OK);
+    EXPECT_EQ(s->free_slots, 1);
+
+    // The one free slot is reused under a new id; the old id names nothing now.
+    ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &call, 0, nullptr, &id), TAV_OK);
+    EXPECT_EQ(id & TAV_SR2_TASK_ID_MASK, events[0] & TAV_SR2_TASK_ID_MASK);
+    EXPECT_NE(id, events[0]);
+    EXPECT_EQ(tav_sr2_TaskSys_wait(s, 1, &id), TAV_OK);
+    EXPECT_EQ(calls.load(), 1);
+    t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(tav_sr2_TaskSys_wait(s, 1, &events[0]), TAV_OK);
+    EXPECT_LT(msSince(t0), 30.0);
+    EXPECT_EQ(tav_sr2_TaskSys_result(s, events[0], 0, &out), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_TaskSys_retain(s, events[0]), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_TaskSys_release(s, events[0]), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_TaskSys_setEvent(s, events[0], 0), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_TaskSys_release(s, id), TAV_OK);
+    EXPECT_EQ(tav_sr2_TaskSys_release(s, id), TAV_ERROR_STATE);  // freed with the last hold
+
+    // A task that is not an event cannot be set.
+    ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &call, 1, &events[1], &id), TAV_OK);
+    EXPECT_EQ(tav_sr2_TaskSys_setEvent(s, id, 0), TAV_ERROR_STATE);
+    for (size_t i = 1; i < events.size(); ++i) {
+        ASSERT_EQ(tav_sr2_TaskSys_setEvent(s, events[i], 0), TAV_OK);
+        ASSERT_EQ(tav_sr2_TaskSys_release(s, events[i]), TAV_OK);
+    }
+    EXPECT_EQ(tav_sr2_TaskSys_wait(s, 1, &id), TAV_OK);
+    EXPECT_EQ(calls.load(), 2);
+    EXPECT_EQ(tav_sr2_TaskSys_release(s, id), TAV_OK);
+    EXPECT_EQ(s->free_slots, TAV_SR2_TASK_SLOTS);
+    EXPECT_EQ(s->free_dep_count, TAV_SR2_TASK_SLOTS);
+}
+
+// ---- dependencies -------------------------------------------------------------------------------
+
+struct OrderLog {
+    std::mutex lock;
+    std::vector<std::string> events;
+    void add(const std::string& e) {
+        std::lock_guard<std::mutex> guard(lock);
+        events.push_back(e);
+    }
+};
+struct Step {
+    OrderLog* log;
+    std::string name;
+    uint32_t result;
+};
+uint32_t stepCall(void* arg) {
+    Step* step = (Step*)arg;
+    step->log->add(step->name);
+    return step->result;
+}
+uint32_t stepRow(void* arg, int32_t, int32_t) {
+    Step* step = (Step*)arg;
+    step->log->add(step->name);
+    return step->result;
+}
+
+TEST(TaskSysTest, DependenciesOrderAndSkipOnFailure) {
+    Sys s;
+    ASSERT_EQ(s.start(3), TAV_OK);
+    OrderLog log;
+    Step a_step{&log, "A", 0}, b_step{&log, "B", 0}, c_step{&log, "C", 0};
+    tav_sr2_TaskCall a_call{stepCall, &a_step}, c_call{stepCall, &c_step};
+    tav_sr2_TaskFor b_for{stepRow, &b_step};
+    uint32_t e, a, b, c;
+    ASSERT_EQ(tav_sr2_TaskSys_addEvent(s, &e), TAV_OK);
+    ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &a_call, 1, &e, &a), TAV_OK);
+    ASSERT_EQ(tav_sr2_TaskSys_add(s, &tav_sr2_TaskType_for, &b_for, 20, 1, &a, &b), TAV_OK);
+    uint32_t c_deps[3] = {a, a, b};  // a repeated dependency counts once
+    ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &c_call, 3, c_deps, &c), TAV_OK);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_TRUE(log.events.empty());
+    ASSERT_EQ(tav_sr2_TaskSys_setEvent(s, e, 0), TAV_OK);
+    ASSERT_EQ(tav_sr2_TaskSys_wait(s, 1, &c), TAV_OK);
+    std::vector<std::string> want = {"A"};
+    want.insert(want.end(), 20, "B");
+    want.push_back("C");
+    EXPECT_EQ(log.events, want);
+    for (uint32_t id : {e, a, b, c}) {
+        uint32_t out = 1;
+        EXPECT_EQ(tav_sr2_TaskSys_result(s, id, 0, &out), TAV_OK);
+        EXPECT_EQ(out, 0u);
+        EXPECT_EQ(tav_sr2_TaskSys_release(s, id), TAV_OK);
+    }
+
+    // A failed event skips its dependents and theirs, which run nothing.
+    log.events.clear();
+    uint32_t f, g, h;
+    ASSERT_EQ(tav_sr2_TaskSys_addEvent(s, &f), TAV_OK);
+    ASSERT_EQ(tav_sr2_TaskSys_add(s, &tav_sr2_TaskType_for, &b_for, 8, 1, &f, &g), TAV_OK);
+    ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &c_call, 1, &g, &h), TAV_OK);
+    ASSERT_EQ(tav_sr2_TaskSys_setEvent(s, f, TAV_ERROR_IO), TAV_OK);
+    ASSERT_EQ(tav_sr2_TaskSys_wait(s, 1, &h), TAV_OK);
+    EXPECT_TRUE(log.events.empty());
+    for (uint32_t id : {g, h}) {
+        uint32_t out = 0;
+        EXPECT_EQ(tav_sr2_TaskSys_result(s, id, 0, &out), TAV_OK);
+        EXPECT_EQ(out, TAV_ERROR_IO | TAV_SR2_TASK_CANCELLED);
+    }
+
+    // A dependency that already finished with a failure passes it on just the same.
+    Step k_step{&log, "K", TAV_ERROR_NOT_FOUND};
+    tav_sr2_TaskCall k_call{stepCall, &k_step};
+    uint32_t k, l, m;
+    ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &k_call, 0, nullptr, &k), TAV_OK);
+    ASSERT_EQ(tav_sr2_TaskSys_wait(s, 1, &k), TAV_OK);
+    ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &c_call, 1, &k, &l), TAV_OK);
+    // A row task without rows has no function: it finishes with its dependencies' result.
+    ASSERT_EQ(tav_sr2_TaskSys_add(s, &tav_sr2_TaskType_for, &b_for, 0, 1, &k, &m), TAV_OK);
+    uint32_t lm[2] = {l, m};
+    ASSERT_EQ(tav_sr2_TaskSys_wait(s, 2, lm), TAV_OK);
+    EXPECT_EQ(log.events, std::vector<std::string>{"K"});
+    uint32_t out = 0;
+    EXPECT_EQ(tav_sr2_TaskSys_result(s, l, 0, &out), TAV_OK);
+    EXPECT_EQ(out, TAV_ERROR_NOT_FOUND | TAV_SR2_TASK_CANCELLED);
+    EXPECT_EQ(tav_sr2_TaskSys_result(s, m, 0, &out), TAV_OK);
+    EXPECT_EQ(out, TAV_ERROR_NOT_FOUND);
+    for (uint32_t id : {f, g, h, k, l, m})
+        EXPECT_EQ(tav_sr2_TaskSys_release(s, id), TAV_OK);
+
+    // A negative count waits for everything, ids or not.
+    std::atomic<int> calls{0};
+    tav_sr2_TaskCall call = {countCall, &calls};
+    for (int i = 0; i < 40; ++i) {
+        ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &call, 0, nullptr, nullptr),
+                  TAV_OK);
+    }
+    EXPECT_EQ(tav_sr2_TaskSys_wait(s, -1, nullptr), TAV_OK);
+    EXPECT_EQ(calls.load(), 40);
+    EXPECT_EQ(s->free_slots, TAV_SR2_TASK_SLOTS);
+}
+
+// ---- waits ------------------------------------------------------------------------------------
+
+struct Nested {
+    tav_sr2_TaskSys* ts;
+    Rows rows{50};
+    uint32_t status = 1;
+};
+uint32_t nestedCall(void* arg) {
+    Nested* n = (Nested*)arg;
+    n->status = tav_sr2_TaskSys_run(n->ts, &kRecordRows, &n->rows, 50);
+    return 0;
+}
+
+struct Probe {
+    std::atomic<int> inside{0};
+};
+uint32_t markInside(void* arg) {
+    ((Probe*)arg)->inside = 1;
+    return 0;
+}
+
+TEST(TaskSysTest, NestedWaitsAndASecondCallerThread) {
+    {
+        Sys s;
+        ASSERT_EQ(s.start(3), TAV_OK);
+        Nested n{s};
+        tav_sr2_TaskCall call = {nestedCall, &n};
+        EXPECT_EQ(tav_sr2_TaskSys_run(s, &tav_sr2_TaskType_call, &call, 1), TAV_OK);
+        EXPECT_EQ(n.status, TAV_OK);
+        EXPECT_TRUE(n.rows.allOnce());
+    }
+    // One worker: while the test thread waits as worker 0, another thread that also counts as
+    // worker 0 must not enter; its rows run on the test thread.
+    Sys s;
+    ASSERT_EQ(s.start(1), TAV_OK);
+    Probe probe;
+    tav_sr2_TaskCall mark = {markInside, &probe};
+    uint32_t ids[2];
+    ASSERT_EQ(tav_sr2_TaskSys_addEvent(s, &ids[0]), TAV_OK);
+    ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &mark, 0, nullptr, &ids[1]),
+              TAV_OK);
+    Rows rows(30);
+    uint32_t other_status = 1;
+    std::thread other([&] {
+        while (probe.inside.load() == 0)
+            std::this_thread::yield();
+        other_status = tav_sr2_TaskSys_run(s, &kRecordRows, &rows, 30);
+        tav_sr2_TaskSys_setEvent(s, ids[0], 0);
+    });
+    EXPECT_EQ(tav_sr2_TaskSys_wait(s, 2, ids), TAV_OK);
+    other.join();
+    EXPECT_EQ(other_status, TAV_OK);
+    EXPECT_TRUE(rows.allOnce());
+    for (pthread_t t : rows.threads)
+        EXPECT_TRUE(pthread_equal(t, pthread_self()));
+    for (uint32_t id : ids)
+        tav_sr2_TaskSys_release(s, id);
+}
+
+struct SlowJob {
+    std::atomic<int> started{0};
+};
+uint32_t slowJob(void* arg) {
+    ((SlowJob*)arg)->started = 1;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return 0;
+}
+
+// The caller waits inside the worker loop with nothing to run; the end of a task that another
+// worker runs must wake it at once, not after wait_ms.
+TEST(TaskSysTest, WaiterWakesWhenAnotherWorkerFinishes) {
+    Sys s;
+    ASSERT_EQ(s.start(2), TAV_OK);
+    for (int rep = 0; rep < 3; ++rep) {
+        SlowJob job;
+        tav_sr2_TaskCall call = {slowJob, &job};
+        uint32_t id;
+        ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &call, 0, nullptr, &id),
+                  TAV_OK);
+        while (job.started.load() == 0)
+            std::this_thread::yield();
+        auto t0 = std::chrono::steady_clock::now();
+        EXPECT_EQ(tav_sr2_TaskSys_wait(s, 1, &id), TAV_OK);
+        EXPECT_LT(msSince(t0), 1000.0);  // wait_ms is 3000
+        tav_sr2_TaskSys_release(s, id);
+    }
+}
+
+TEST(TaskSysTest, WaitTimeOutStopAndRestart) {
+    Sys s;
+    s.config().wait_ms = 30;
+    ASSERT_EQ(s.start(3), TAV_OK);
+    uint32_t e, a;
+    ASSERT_EQ(tav_sr2_TaskSys_addEvent(s, &e), TAV_OK);
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(tav_sr2_TaskSys_wait(s, 1, &e), TAV_ERROR_TIMEOUT);
+    EXPECT_GE(msSince(t0), 28.0);
+    ASSERT_EQ(tav_sr2_TaskSys_setEvent(s, e, 0), TAV_OK);  // the id stayed valid
+    EXPECT_EQ(tav_sr2_TaskSys_wait(s, 1, &e), TAV_OK);
+    tav_sr2_TaskSys_release(s, e);
+
+    // Stop drops what is queued or waiting; a stopped scheduler accepts and runs nothing.
+    std::atomic<int> calls{0};
+    tav_sr2_TaskCall call = {countCall, &calls};
+    ASSERT_EQ(tav_sr2_TaskSys_addEvent(s, &e), TAV_OK);
+    ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &call, 1, &e, &a), TAV_OK);
+    EXPECT_EQ(tav_sr2_TaskSys_stop(s), TAV_OK);
+    EXPECT_EQ(tav_sr2_TaskSys_stop(s), TAV_OK);
+    EXPECT_EQ(tav_sr2_TaskSys_wait(s, 1, &a), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_TaskSys_setEvent(s, e, 0), TAV_ERROR_STATE);
+    uint32_t id = 5;
+    EXPECT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &call, 0, nullptr, &id), TAV_OK);
+    EXPECT_EQ(id, 0u);
+    EXPECT_EQ(tav_sr2_TaskSys_addEvent(s, &id), TAV_OK);
+    EXPECT_EQ(id, 0u);
+    EXPECT_EQ(tav_sr2_TaskSys_run(s, &tav_sr2_TaskType_call, &call, 1), TAV_OK);
+    EXPECT_EQ(calls.load(), 0);
+
+    ASSERT_EQ(tav_sr2_TaskSys_start(s), TAV_OK);
+    Rows rows(100);
+    EXPECT_EQ(tav_sr2_TaskSys_run(s, &kRecordRows, &rows, 100), TAV_OK);
+    EXPECT_TRUE(rows.allOnce());
+    EXPECT_EQ(tav_sr2_TaskSys_wait(s, 1, &a), TAV_OK);  // stale after the restart
+    EXPECT_EQ(calls.load(), 0);
+}
+
+// ---- start failures -----------------------------------------------------------------------------
+
+TEST(TaskSysTest, StartFailsCleanlyAndRequiredSizeIsEnough) {
+    {
+        Sys tiny(256);
+        EXPECT_EQ(tiny.start(4), TAV_ERROR_MALLOC);
+        EXPECT_EQ(tiny.pool.inUse(), 0u);
+        EXPECT_EQ(tav_sr2_TaskSys_threadCount(tiny), 1);
+    }
+    // A pool region loses at most 32 bytes to alignment and its end tag.
+    uint32_t need = tav_sr2_TaskSys_requiredSize();
+    {
+        Sys exact(need + 32);
+        ASSERT_EQ(exact.start(16), TAV_OK);
+        Rows rows(64);
+        EXPECT_EQ(tav_sr2_TaskSys_run(exact, &kRecordRows, &rows, 64), TAV_OK);
+        EXPECT_TRUE(rows.allOnce());
+    }
+    {
+        Sys short_pool(need - 32);
+        EXPECT_EQ(short_pool.start(16), TAV_ERROR_MALLOC);
+        EXPECT_EQ(short_pool->spawned, 0);
+        EXPECT_EQ(short_pool.pool.inUse(), 0u);
+    }
+#ifdef TAVRIN_FAULT_INJECTION
+    {
+        // The first thread falls back to default attributes and bears no name.
+        Sys s;
+        tav_sr2_Thread_injectCreateFailure(1, 0);
+        ASSERT_EQ(s.start(4), TAV_OK);
+        int named = 0;
+        for (int i = 0; i < s->spawned; ++i) {
+            char name[32] = {};
+            pthread_getname_np(s->threads[i]->thread, name, sizeof(name));
+            named += std::string(name) == "TavSR";
+        }
+        EXPECT_EQ(named, 2);
+        Rows rows(40);
+        EXPECT_EQ(tav_sr2_TaskSys_run(s, &kRecordRows, &rows, 40), TAV_OK);
+        EXPECT_TRUE(rows.allOnce());
+    }
+    {
+        Sys s;
+        tav_sr2_Thread_injectCreateFailure(2, 1);  // the second thread cannot start at all
+        EXPECT_EQ(s.start(4), TAV_ERROR_BUFFER);
+        EXPECT_EQ(s->spawned, 0);
+        EXPECT_EQ(tav_sr2_TaskSys_threadCount(s), 1);
+        EXPECT_EQ(s.pool.inUse(), 0u);
+        tav_sr2_Thread_injectCreateFailure(0, 0);
+    }
+#endif
+}
+
+// ---- stress -----------------------------------------------------------------------------------
+
+struct StressTask {
+    int32_t count = 0;  // rows; one-shots have 0
+    bool one_shot = false;
+    int32_t fail_row = -1;
+    uint32_t fail_bits = 0;
+    std::vector<int> deps;
+    // Expected by a straightforward walk of the graph.
+    bool runs = false;
+    uint32_t expected = 0;
+    // Observed.
+    std::unique_ptr<std::atomic<int>[]> hits;
+    std::atomic<int> done{0};
+    std::atomic<int> order_errors{0};
+    std::vector<StressTask*> dep_tasks;
+    tav_sr2_TaskCall call{};
+    uint32_t id = 0;
+    int32_t units() const { return one_shot ? 1 : count; }
+};
+
+uint32_t stressUnit(StressTask* t, int32_t row) {
+    for (StressTask* d : t->dep_tasks) {
+        if (d->runs && d->done.load() != d->units()) t->order_errors.fetch_add(1);
+    }
+    volatile uint32_t spin = 0;
+    for (int i = 0; i < 200; ++i)
+        spin = spin + i;
+    t->hits[row].fetch_add(1);
+    t->done.fetch_add(1);
+    return row == t->fail_row ? t->fail_bits : 0;
+}
+// Which thread works under each worker index right now: two threads must never share one.
+std::atomic<uint64_t> g_index_owner[TAV_SR2_TASK_MAX_WORKERS];
+std::atomic<int> g_index_clashes{0};
+
+uint32_t stressRow(void* arg, int32_t row, tav_sr2_TaskCtx* ctx) {
+    uint64_t self = (uint64_t)pthread_self();
+    uint64_t before = g_index_owner[ctx->worker_index].exchange(self);
+    if (before != 0 && before != self) g_index_clashes.fetch_add(1);  // same thread may nest
+    uint32_t result = stressUnit((StressTask*)arg, row);
+    g_index_owner[ctx->worker_index].store(before);
+    return result;
+}
+uint32_t stressOne(void* arg) {
+    return stressUnit((StressTask*)arg, 0);
+}
+const tav_sr2_TaskType kStressRows = tav_sr2_rowTaskType<stressRow>();
+
+void buildGraph(std::vector<std::unique_ptr<StressTask>>* graph, int n, uint32_t seed) {
+    std::mt19937 rng(seed);
+    for (int i = 0; i < n; ++i) {
+        auto t = std::make_unique<StressTask>();
+        t->one_shot = rng() % 10 < 3;
+        t->count = t->one_shot ? 0 : (int32_t)(rng() % 49);
+        if (rng() % 12 == 0 && t->units() > 0) {
+            t->fail_row = (int32_t)(rng() % t->units());
+            t->fail_bits = TAV_ERROR_GENERIC | (1u << (rng() % 8));
+        }
+        int ndeps = i == 0 ? 0 : (int)(rng() % 4);
+        for (int k = 0; k < ndeps; ++k)
+            t->deps.push_back((int)(rng() % i));
+        uint32_t dep_or = 0;
+        for (int d : t->deps) {
+            dep_or |= (*graph)[d]->expected;
+            t->dep_tasks.push_back((*graph)[d].get());
+        }
+        if (!t->one_shot && t->count == 0) {
+            t->expected = dep_or;  // no function: finishes with what its dependencies gave
+        } else if (dep_or != 0) {
+            t->expected = dep_or | TAV_SR2_TASK_CANCELLED;
+        } else {
+            t->runs = true;
+            t->expected = t->fail_row >= 0 ? t->fail_bits : 0;
+        }
+        t->hits.reset(new std::atomic<int>[std::max(t->units(), 1)]);
+        for (int32_t r = 0; r < std::max(t->units(), 1); ++r)
+            t->hits[r] = 0;
+        t->call = {stressOne, t.get()};
+        graph->push_back(std::move(t));
+    }
+}
+
+// Submits a graph, with plain row runs in between, and checks every task.
+void submitAndCheck(tav_sr2_TaskSys* ts, uint32_t seed) {
+    std::vector<std::unique_ptr<StressTask>> graph;
+    buildGraph(&graph, 120, seed);
+    for (size_t i = 0; i < graph.size(); ++i) {
+        StressTask* t = graph[i].get();
+        std::vector<uint32_t> dep_ids;
+        for (int d : t->deps)
+            dep_ids.push_back(graph[d]->id);
+        uint32_t status =
+            t->one_shot ? tav_sr2_TaskSys_addOne(ts, &tav_sr2_TaskType_call, &t->call,
+                                                 (int32_t)dep_ids.size(), dep_ids.data(), &t->id)
+                        : tav_sr2_TaskSys_add(ts, &kStressRows, t, t->count,
+                                              (int32_t)dep_ids.size(), dep_ids.data(), &t->id);
+        ASSERT_EQ(status, TAV_OK);
+        if (i % 15 == 0) {
+            Rows rows(16);
+            ASSERT_EQ(tav_sr2_TaskSys_run(ts, &kRecordRows, &rows, 16), TAV_OK);
+            ASSERT_TRUE(rows.allOnce());
+        }
+    }
+    std::vector<uint32_t> ids;
+    for (auto& t : graph)
+        ids.push_back(t->id);
+    ASSERT_EQ(tav_sr2_TaskSys_wait(ts, (int32_t)ids.size(), ids.data()), TAV_OK);
+    for (size_t i = 0; i < graph.size(); ++i) {
+        StressTask* t = graph[i].get();
+        for (int32_t r = 0; r < t->units(); ++r) {
+            ASSERT_EQ(t->hits[r].load(), t->runs ? 1 : 0) << "task " << i << " row " << r;
+        }
+        EXPECT_EQ(t->order_errors.load(), 0) << "task " << i;
+        uint32_t out = 0;
+        EXPECT_EQ(tav_sr2_TaskSys_result(ts, t->id, 0, &out), TAV_OK);
+        EXPECT_EQ(out, t->expected) << "task " << i;
+        EXPECT_EQ(tav_sr2_TaskSys_release(ts, t->id), TAV_OK);
+    }
+}
+
+void stressRun(int32_t dynamic_split) {
+    Sys s;
+    s.config().dynamic_split = dynamic_split;
+    ASSERT_EQ(s.start(4), TAV_OK);
+    // Three submitters: the extra threads also count as worker 0 and take turns helping.
+    std::thread a([&] { submitAndCheck(s, 11 + dynamic_split); });
+    std::thread b([&] { submitAndCheck(s, 23 + dynamic_split); });
+    submitAndCheck(s, 37 + dynamic_split);
+    a.join();
+    b.join();
+    EXPECT_EQ(g_index_clashes.load(), 0);
+    EXPECT_EQ(tav_sr2_TaskSys_wait(s, -1, nullptr), TAV_OK);
+    EXPECT_EQ(s->free_slots, TAV_SR2_TASK_SLOTS);
+    EXPECT_EQ(s->free_dep_count, TAV_SR2_TASK_SLOTS);
+    EXPECT_EQ(s->free_range_count, TAV_SR2_TASK_RANGE_PAIRS / 4);
+}
+
+TEST(TaskSysTest, StressRandomGraphsFixedSplit) {
+    stressRun(0);
+}
+TEST(TaskSysTest, StressRandomGraphsDynamicSplit) {
+    stressRun(1);
+}
+
+}  // namespace

@@ -1,0 +1,357 @@
+#include "src/xml_parser.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "foundation/status.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class XmlParserTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (fs::temp_directory_path() / "tavrin_xml_XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        dir = pattern;
+    }
+    void TearDown() override { fs::remove_all(dir); }
+
+    std::string path(const char* name) const { return (dir / name).string(); }
+
+    std::string write(const char* name, const std::string& text) const {
+        std::ofstream(path(name)) << text;
+        return path(name);
+    }
+
+    static std::string slurp(const std::string& file) {
+        std::ifstream in(file);
+        std::stringstream s;
+        s << in.rdbuf();
+        return s.str();
+    }
+
+    // Opens text as a document for reading; the test fails when it does not open.
+    tavrin_KELD_XmlParser* load(const std::string& text) {
+        tavrin_KELD_XmlParser* parser = nullptr;
+        EXPECT_EQ(
+            TavrinKELD_XmlParser_open(&parser, write("in.xml", text).c_str(), TAVRIN_KELD_XML_READ),
+            TAV_OK);
+        return parser;
+    }
+
+    fs::path dir;
+};
+
+TEST_F(XmlParserTest, OpenModesAndFailures) {
+    EXPECT_STREQ(TavrinKELD_XmlParser_getVersion(),
+                 "Tavrin Internal XML Parser Ver.3.2.0 2021-06-30");
+    tavrin_KELD_XmlParser* parser = nullptr;
+    std::string good = write("good.xml", "<a><b>1</b></a>");
+    EXPECT_EQ(TavrinKELD_XmlParser_open(&parser, good.c_str(), 0), TAV_ERROR_PARAM);
+    EXPECT_EQ(TavrinKELD_XmlParser_open(&parser, good.c_str(), 3), TAV_ERROR_PARAM);
+    EXPECT_EQ(TavrinKELD_XmlParser_open(&parser, nullptr, 1), TAV_ERROR_PARAM);
+    EXPECT_EQ(TavrinKELD_XmlParser_open(&parser, path("absent.xml").c_str(), 1), TAV_ERROR_GENERIC);
+    EXPECT_EQ(TavrinKELD_XmlParser_open(&parser, write("bad.xml", "<a></b>").c_str(), 1),
+              TAV_ERROR_GENERIC);
+    // Nothing but whitespace or text, or a start tag broken before the first element exists.
+    for (const char* text : {"", " \n\t", "words only", "<a x=\"1\"", "<\n<a></a>", "<a><b>1</b>"})
+        EXPECT_EQ(TavrinKELD_XmlParser_open(&parser, write("odd.xml", text).c_str(), 1),
+                  TAV_ERROR_GENERIC)
+            << text;
+    EXPECT_EQ(TavrinKELD_XmlParser_open(&parser, path("no/such/dir.xml").c_str(), 2),
+              TAV_ERROR_GENERIC);
+    EXPECT_EQ(parser, nullptr);
+
+    ASSERT_EQ(TavrinKELD_XmlParser_open(&parser, good.c_str(), 1), TAV_OK);
+    mxml_node_t* node = nullptr;
+    // A read-mode document takes no new elements.
+    EXPECT_EQ(TavrinKELD_XmlParser_addElement(parser, nullptr, "x", &node), TAV_ERROR_STATE);
+    EXPECT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
+    EXPECT_EQ(parser, nullptr);
+    EXPECT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_ERROR_PARAM);
+}
+
+TEST_F(XmlParserTest, FindAndCollectFollowDocumentOrder) {
+    tavrin_KELD_XmlParser* parser = load(
+        "<r><z value=\"3\"><i value=\"1\"/></z><y><z value=\"1\"/></y>"
+        "<z value=\"2\"><i value=\"7\"/><i other=\"5\"/><i value=\"9\"/></z><z/></r>");
+    ASSERT_NE(parser, nullptr);
+    const char* values[8];
+    int32_t count = -1;
+    ASSERT_EQ(TavrinKELD_XmlParser_collectAttr(parser, nullptr, "z", "value", values, 8, &count),
+              TAV_OK);
+    ASSERT_EQ(count, 3);  // nested ones count, the one without the attribute does not
+    EXPECT_STREQ(values[0], "3");
+    EXPECT_STREQ(values[1], "1");
+    EXPECT_STREQ(values[2], "2");
+    // The capacity cuts the list; later rows are not seen.
+    ASSERT_EQ(TavrinKELD_XmlParser_collectAttr(parser, nullptr, "z", "value", values, 2, &count),
+              TAV_OK);
+    EXPECT_EQ(count, 2);
+    EXPECT_EQ(TavrinKELD_XmlParser_collectAttr(parser, nullptr, "q", "value", values, 8, &count),
+              TAV_ERROR_NOT_FOUND);
+    EXPECT_EQ(count, 0);
+
+    mxml_node_t* z2 = nullptr;
+    ASSERT_EQ(TavrinKELD_XmlParser_findElement(parser, nullptr, "z", "value", "2", &z2), TAV_OK);
+    ASSERT_EQ(TavrinKELD_XmlParser_collectAttr(parser, z2, "i", "value", values, 8, &count),
+              TAV_OK);
+    ASSERT_EQ(count, 2);  // only below z2
+    EXPECT_STREQ(values[0], "7");
+    EXPECT_STREQ(values[1], "9");
+    mxml_node_t* found = nullptr;
+    EXPECT_EQ(TavrinKELD_XmlParser_findElement(parser, z2, "z", nullptr, nullptr, &found),
+              TAV_ERROR_NOT_FOUND);  // the node itself is not its own descendant
+    EXPECT_EQ(TavrinKELD_XmlParser_findElement(parser, nullptr, "z", "value", "4", &found),
+              TAV_ERROR_NOT_FOUND);
+    EXPECT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
+}
+
+TEST_F(XmlParserTest, ReadValueByType) {
+    tavrin_KELD_XmlParser* parser = load(
+        "<?xml version=\"1.0\"?><r><t>  two  words\n here </t><i>-17x</i><l>-9000000000</l>"
+        "<f>0.1</f><d>2.5e-3</d><e>  </e><n><k/></n></r>");
+    ASSERT_NE(parser, nullptr);
+    char text[32];
+    ASSERT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "t", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_TEXT, text, sizeof text),
+              TAV_OK);
+    EXPECT_STREQ(text, "two words here");
+    char small[6];
+    ASSERT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "t", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_TEXT, small, sizeof small),
+              TAV_OK);
+    EXPECT_STREQ(small, "two w");
+
+    int32_t i = 0;
+    int64_t l = 0;
+    float f = 0;
+    double d = 0;
+    EXPECT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "i", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_INT, &i, 0),
+              TAV_OK);
+    EXPECT_EQ(i, atoi("-17x"));
+    EXPECT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "l", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_LONG, &l, 0),
+              TAV_OK);
+    EXPECT_EQ(l, -9000000000LL);
+    EXPECT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "f", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_FLOAT, &f, 0),
+              TAV_OK);
+    EXPECT_EQ(f, 0.1f);
+    EXPECT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "d", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_DOUBLE, &d, 0),
+              TAV_OK);
+    EXPECT_EQ(d, 2.5e-3);
+
+    // Missing element, whitespace only, or only child elements: not found, value untouched.
+    d = 42;
+    for (const char* name : {"absent", "e", "n"})
+        EXPECT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, name, nullptr, nullptr,
+                                                 TAVRIN_KELD_XML_DOUBLE, &d, 0),
+                  TAV_ERROR_NOT_FOUND)
+            << name;
+    EXPECT_EQ(d, 42);
+
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(
+        TavrinKELD_XmlParser_readValue(parser, nullptr, "i", nullptr, nullptr, 6, &i, sizeof i),
+        TAV_ERROR_PARAM);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Unvalid data type.\n");
+    EXPECT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
+}
+
+TEST_F(XmlParserTest, ReadArrayByLength) {
+    tavrin_KELD_XmlParser* parser = load(
+        "<r><a length=\"3\">5 -6\n7 8</a><b length=\"4\">1 2</b><c>1</c>"
+        "<z length=\"0\">1</z><m length=\"-2\">1</m><x length=\"junk\">1</x></r>");
+    ASSERT_NE(parser, nullptr);
+    int32_t values[4] = {0, 0, 0, 0};
+    int32_t length = 0;
+    ASSERT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, "a", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_INT, values, 4, &length),
+              TAV_OK);
+    EXPECT_EQ(length, 3);  // the attribute counts, not the words
+    EXPECT_EQ(values[0], 5);
+    EXPECT_EQ(values[1], -6);
+    EXPECT_EQ(values[2], 7);
+    EXPECT_EQ(values[3], 0);
+
+    // A smaller capacity stores what fits and still reports the whole count.
+    int32_t one = 0;
+    ASSERT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, "a", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_INT, &one, 1, &length),
+              TAV_OK);
+    EXPECT_EQ(one, 5);
+    EXPECT_EQ(length, 3);
+    // b promises 4 values and holds 2: fine while only 2 are wanted, not found past that.
+    EXPECT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, "b", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_INT, values, 2, &length),
+              TAV_OK);
+    EXPECT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, "b", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_INT, values, 4, &length),
+              TAV_ERROR_NOT_FOUND);
+    for (const char* name : {"c", "z", "m", "x", "absent"})
+        EXPECT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, name, nullptr, nullptr,
+                                                 TAVRIN_KELD_XML_INT, values, 4, &length),
+                  TAV_ERROR_NOT_FOUND)
+            << name;
+    EXPECT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
+}
+
+// The exact text of a written document: declaration, tab indentation, leaves on one line, the
+// number formats of each type.
+TEST_F(XmlParserTest, WriterFormatsAndIndentation) {
+    tavrin_KELD_XmlParser* parser = nullptr;
+    std::string file = path("out.xml");
+    ASSERT_EQ(TavrinKELD_XmlParser_open(&parser, file.c_str(), TAVRIN_KELD_XML_WRITE), TAV_OK);
+    mxml_node_t* keld = nullptr;
+    mxml_node_t* params = nullptr;
+    ASSERT_EQ(TavrinKELD_XmlParser_addElement(parser, nullptr, "keld", &keld), TAV_OK);
+    ASSERT_EQ(TavrinKELD_XmlParser_addElement(parser, keld, "params", &params), TAV_OK);
+    const int32_t ints[3] = {-3, 0, 2147483647};
+    const int64_t longs[1] = {-9000000000LL};
+    const float floats[2] = {0.1f, -2.5f};
+    const double doubles[2] = {1.0 / 3.0, -2.5e6};
+    ASSERT_EQ(TavrinKELD_XmlParser_writeValues(parser, params, "i", TAVRIN_KELD_XML_INT, ints, 3),
+              TAV_OK);
+    ASSERT_EQ(TavrinKELD_XmlParser_writeValues(parser, params, "l", TAVRIN_KELD_XML_LONG, longs, 1),
+              TAV_OK);
+    ASSERT_EQ(
+        TavrinKELD_XmlParser_writeValues(parser, params, "f", TAVRIN_KELD_XML_FLOAT, floats, 2),
+        TAV_OK);
+    ASSERT_EQ(
+        TavrinKELD_XmlParser_writeValues(parser, params, "d", TAVRIN_KELD_XML_DOUBLE, doubles, 2),
+        TAV_OK);
+    ASSERT_EQ(
+        TavrinKELD_XmlParser_writeValues(parser, params, "s", TAVRIN_KELD_XML_TEXT, "a<b & c", 1),
+        TAV_OK);
+    mxml_node_t* empty = nullptr;
+    ASSERT_EQ(TavrinKELD_XmlParser_addElement(parser, params, "empty", &empty), TAV_OK);
+    EXPECT_EQ(TavrinKELD_XmlParser_writeValues(parser, params, "s", TAVRIN_KELD_XML_TEXT, "x", 2),
+              TAV_ERROR_PARAM);
+    EXPECT_EQ(TavrinKELD_XmlParser_writeValues(parser, params, "i", TAVRIN_KELD_XML_INT, ints, 0),
+              TAV_ERROR_PARAM);
+    ASSERT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
+
+    const std::string expected =
+        "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+        "<keld>\n"
+        "\t<params>\n"
+        "\t\t<i length=\"3\" type=\"int\">-3 0 2147483647</i>\n"
+        "\t\t<l length=\"1\" type=\"int64\">-9000000000</l>\n"
+        "\t\t<f length=\"2\" type=\"float\">0.100000 -2.500000</f>\n"
+        "\t\t<d length=\"2\" type=\"double\">0.3333333333 -2500000.0000000000</d>\n"
+        "\t\t<s length=\"1\" type=\"string\">a&lt;b &amp; c</s>\n"
+        "\t\t<empty />\n"
+        "\t</params>\n"
+        "</keld>\n";
+    EXPECT_EQ(slurp(file), expected);
+}
+
+TEST_F(XmlParserTest, IndentationStopsAtEightTabs) {
+    tavrin_KELD_XmlParser* parser = nullptr;
+    std::string file = path("deep.xml");
+    ASSERT_EQ(TavrinKELD_XmlParser_open(&parser, file.c_str(), TAVRIN_KELD_XML_WRITE), TAV_OK);
+    mxml_node_t* node = nullptr;
+    const int depth = 11;
+    for (int level = 0; level < depth; level++) {
+        std::string name = "e" + std::to_string(level);
+        ASSERT_EQ(TavrinKELD_XmlParser_addElement(parser, node, name.c_str(), &node), TAV_OK);
+    }
+    const int32_t one = 1;
+    ASSERT_EQ(TavrinKELD_XmlParser_writeValues(parser, node, "leaf", TAVRIN_KELD_XML_INT, &one, 1),
+              TAV_OK);
+    ASSERT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
+
+    std::istringstream lines(slurp(file));
+    std::string line;
+    std::getline(lines, line);  // declaration
+    // Opening lines at depth 0..10, the leaf at depth 11, closing lines from 10 back to 0.
+    auto tabsAt = [](int level) { return std::string(level < 8 ? level : 8, '\t'); };
+    for (int level = 0; level < depth; level++) {
+        ASSERT_TRUE(std::getline(lines, line));
+        EXPECT_EQ(line, tabsAt(level) + "<e" + std::to_string(level) + ">");
+    }
+    ASSERT_TRUE(std::getline(lines, line));
+    EXPECT_EQ(line, tabsAt(depth) + "<leaf length=\"1\" type=\"int\">1</leaf>");
+    for (int level = depth - 1; level >= 0; level--) {
+        ASSERT_TRUE(std::getline(lines, line));
+        EXPECT_EQ(line, tabsAt(level) + "</e" + std::to_string(level) + ">");
+    }
+    EXPECT_FALSE(std::getline(lines, line));
+}
+
+// Everything written reads back through the same wrapper: numbers through their text formats,
+// long arrays without line wrapping.
+TEST_F(XmlParserTest, WriteThenReadEveryType) {
+    tavrin_KELD_XmlParser* parser = nullptr;
+    std::string file = path("round.xml");
+    ASSERT_EQ(TavrinKELD_XmlParser_open(&parser, file.c_str(), TAVRIN_KELD_XML_WRITE), TAV_OK);
+    int32_t ints[40];
+    for (int k = 0; k < 40; k++)
+        ints[k] = (k % 2 ? -1 : 1) * (k * 104729 + 7);
+    const int64_t longs[2] = {INT64_MIN, INT64_MAX};
+    const float floats[2] = {-1234.25f, 3.0e7f};
+    const double doubles[3] = {0.1, -2.0 / 3.0, 1e-11};
+    ASSERT_EQ(TavrinKELD_XmlParser_writeValues(parser, nullptr, "i", TAVRIN_KELD_XML_INT, ints, 40),
+              TAV_OK);
+    ASSERT_EQ(
+        TavrinKELD_XmlParser_writeValues(parser, nullptr, "l", TAVRIN_KELD_XML_LONG, longs, 2),
+        TAV_OK);
+    ASSERT_EQ(
+        TavrinKELD_XmlParser_writeValues(parser, nullptr, "f", TAVRIN_KELD_XML_FLOAT, floats, 2),
+        TAV_OK);
+    ASSERT_EQ(
+        TavrinKELD_XmlParser_writeValues(parser, nullptr, "d", TAVRIN_KELD_XML_DOUBLE, doubles, 3),
+        TAV_OK);
+    ASSERT_EQ(TavrinKELD_XmlParser_writeValues(parser, nullptr, "s", TAVRIN_KELD_XML_TEXT,
+                                               "/data/dump dir/x", 1),
+              TAV_OK);
+    ASSERT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
+
+    ASSERT_EQ(TavrinKELD_XmlParser_open(&parser, file.c_str(), TAVRIN_KELD_XML_READ), TAV_OK);
+    int32_t ints_back[40] = {};
+    int64_t longs_back[2] = {};
+    float floats_back[2] = {};
+    double doubles_back[3] = {};
+    int32_t length = 0;
+    ASSERT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, "i", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_INT, ints_back, 40, &length),
+              TAV_OK);
+    EXPECT_EQ(length, 40);
+    for (int k = 0; k < 40; k++)
+        EXPECT_EQ(ints_back[k], ints[k]) << k;
+    ASSERT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, "l", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_LONG, longs_back, 2, &length),
+              TAV_OK);
+    EXPECT_EQ(longs_back[0], INT64_MIN);
+    EXPECT_EQ(longs_back[1], INT64_MAX);
+    ASSERT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, "f", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_FLOAT, floats_back, 2, &length),
+              TAV_OK);
+    EXPECT_EQ(floats_back[0], floats[0]);
+    EXPECT_EQ(floats_back[1], floats[1]);
+    ASSERT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, "d", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_DOUBLE, doubles_back, 3, &length),
+              TAV_OK);
+    // Ten decimals: 0.1 survives, -2/3 is rounded at the tenth, 1e-11 is lost.
+    EXPECT_EQ(doubles_back[0], 0.1);
+    EXPECT_EQ(doubles_back[1], -0.6666666667);
+    EXPECT_EQ(doubles_back[2], 0.0);
+    char text[64];
+    ASSERT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "s", nullptr, nullptr,
+                                             TAVRIN_KELD_XML_TEXT, text, sizeof text),
+              TAV_OK);
+    EXPECT_STREQ(text, "/data/dump dir/x");
+    EXPECT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
+}
+
+}  // namespace
