@@ -19,7 +19,6 @@
 // tav_sr2_getParams / tav_sr2_setParams: the state checks around the tuning record's mapping.
 #include "engine/engine.h"
 
-#include <math.h>
 #include <string.h>
 
 #include "engine/buffer_budget.h"
@@ -43,9 +42,13 @@ bool isEvenPositive(int32_t v) {
     return v >= 1 && (v & 1) == 0;
 }
 
+// trunc() for the engine's float geometry without libm: the values are sizes times a zoom of at
+// most 60, far inside the 64-bit range.
+float truncTowardZero(float v) { return static_cast<float>(static_cast<int64_t>(v)); }
+
 // The zoom window must cover the output once enlarged: trunc(float(d) * zoom) >= output.
 bool zoomReaches(int32_t d, int32_t output, float zoom) {
-    return truncf(static_cast<float>(d) * zoom) >= static_cast<float>(output);
+    return truncTowardZero(static_cast<float>(d) * zoom) >= static_cast<float>(output);
 }
 
 uint32_t checkInitArgs(tav_sr2_Engine** handle, const void* buffer, int32_t buffer_size,
@@ -206,7 +209,7 @@ uint32_t tav_sr2_setZoomCenter(tav_sr2_Engine** handle, int32_t center_x, int32_
     if (status != TAV_OK) return status;
     // The window, in float as the zoom is: [centre - w / 2, centre + w / 2] inside the frame.
     auto fits = [e](int32_t center, int32_t output, int32_t frame) {
-        const float w = truncf(static_cast<float>(output) / e->zoom_ratio);
+        const float w = truncTowardZero(static_cast<float>(output) / e->zoom_ratio);
         const float start = static_cast<float>(center) - w / 2.0f;
         return start >= 0.0f && start + w <= static_cast<float>(frame);
     };

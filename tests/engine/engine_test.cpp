@@ -247,25 +247,6 @@ TEST(EngineTest, OperationsCheckTheStateBits) {
     EXPECT_EQ(tav_sr2_finish(&e), TAV_OK);
 }
 
-TEST(EngineTest, StateTableMatchesTheCallOrder) {
-    // Each rule read as (needs set, needs clear), against a state just after init and one just
-    // after start: what the order of calls allows at each point.
-    const int32_t initialised = TAV_SR2_STATE_INITIALISED;
-    const int32_t started = initialised | TAV_SR2_STATE_STARTED;
-    auto allows = [](tav_sr2_EngineOp op, int32_t state) {
-        const tav_sr2_StateRule r = tav_sr2_engine_state_rules[op];
-        return (state & r.needs_set) == r.needs_set && (state & r.needs_clear) == 0;
-    };
-    EXPECT_TRUE(allows(TAV_SR2_OP_SET_GPU_BINARY, initialised));
-    EXPECT_FALSE(allows(TAV_SR2_OP_SET_GPU_BINARY, started));
-    EXPECT_FALSE(allows(TAV_SR2_OP_ADD_IMAGE, initialised));
-    EXPECT_TRUE(allows(TAV_SR2_OP_ADD_IMAGE, started));
-    EXPECT_FALSE(allows(TAV_SR2_OP_GET_BASE_IMAGE, started));
-    EXPECT_TRUE(allows(TAV_SR2_OP_GET_BASE_IMAGE, started | TAV_SR2_STATE_FRAME_TAKEN));
-    EXPECT_TRUE(allows(TAV_SR2_OP_START, started));  // a second start is allowed
-    EXPECT_FALSE(allows(TAV_SR2_OP_FINISH, 0));
-}
-
 TEST(EngineTest, ZoomCentreMustKeepTheWindowInTheFrame) {
     Buffer buf = makeBuffer(kSmallBuffer);
     InitArgs args;

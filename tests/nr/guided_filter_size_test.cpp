@@ -7,17 +7,6 @@
 
 namespace {
 
-TEST(GuidedFilterSizeTest, ClassesOfTheFormats) {
-    for (int32_t f : {1, 35, 44, 45, 46, 47, 48, 49})
-        EXPECT_EQ(tav_sr2_GuidedFilter_classOf(f), TAV_SR2_GF_CLASS_8BIT) << f;
-    for (int32_t f : {3, 50, 52, 53, 63, 64})
-        EXPECT_EQ(tav_sr2_GuidedFilter_classOf(f), TAV_SR2_GF_CLASS_16BIT) << f;
-    for (int32_t f : {5, 67})
-        EXPECT_EQ(tav_sr2_GuidedFilter_classOf(f), TAV_SR2_GF_CLASS_FLOAT);
-    for (int32_t f : {0, 2, 4, 6, 7, 51, 62, 65, 90})
-        EXPECT_EQ(tav_sr2_GuidedFilter_classOf(f), TAV_SR2_GF_CLASS_NONE) << f;
-}
-
 TEST(GuidedFilterSizeTest, EightBitFilterOf1000Square) {
     // Grid 250 x 250 (62500 cells); pool blocks are the request + 8 rounded up to 16.
     // blk_sum 2 bytes: 125008; blk_sq 4: 250016; fused a and b, 1 byte: 2 * 62512.
@@ -39,6 +28,10 @@ TEST(GuidedFilterSizeTest, WiderClassesNeedMoreAndOthersNothing) {
     const uint32_t f32 = tav_sr2_GuidedFilter_requiredSize(4000, 3000, TAV_SR2_FMT_FLOAT);
     EXPECT_LT(u8, u16);
     EXPECT_LT(u16, f32);
+    // The frame formats fall in the classes of their luma; packed and RGB formats in none.
+    EXPECT_EQ(tav_sr2_GuidedFilter_requiredSize(4000, 3000, TAV_SR2_FMT_YVU10B420_SEMIPLANAR), u16);
+    EXPECT_EQ(tav_sr2_GuidedFilter_requiredSize(4000, 3000, TAV_SR2_FMT_YUV32F422_PLANAR), f32);
+    EXPECT_EQ(tav_sr2_GuidedFilter_requiredSize(4000, 3000, TAV_SR2_FMT_YUV10B_PACKED_LE_420S), 0u);
     EXPECT_EQ(tav_sr2_GuidedFilter_requiredSize(4000, 3000, TAV_SR2_FMT_RGB888), 0u);
     EXPECT_EQ(tav_sr2_GuidedFilter_requiredSize(-4, 3000, TAV_SR2_FMT_UINT8), 0u);
 }
