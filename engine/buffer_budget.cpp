@@ -209,7 +209,8 @@ int32_t tav_sr2_getBufferSize(int32_t width, int32_t height, int32_t output_widt
     const int32_t sizes[4] = {width, height, output_width, output_height};
     for (int32_t v : sizes)
         if (v < 1 || (v & 1) != 0) return 0;
-    if (!(zoom_ratio >= 1.0f) || isinf(zoom_ratio)) return 0;
+    // Also refuses NaN and infinity: both fail one of the two comparisons.
+    if (!(zoom_ratio >= 1.0f && zoom_ratio <= 3.0e38f)) return 0;
 
     sr_tunning_param tuning = {};
     tav_sr2_setRunTuning(&tuning, width, height, output_width, output_height, zoom_ratio);
