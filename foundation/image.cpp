@@ -295,13 +295,19 @@ uint32_t tav_sr2_Image_crop(tav_sr2_Image* dst, const tav_sr2_Image* src, int32_
     if (dst == nullptr || src == nullptr || !rectInside(src, x, y, width, height)) {
         return TAV_ERROR_PARAM;
     }
+    // Planes first, format last: an empty crop is a view whatever the format, and a code outside
+    // the table has no planes past the first to ask for.
     const int32_t code = src->format;
-    if (code < 1 || code >= TAV_SR2_FORMAT_COUNT) return TAV_ERROR_UNSUPPORTED;
-    for (int32_t i = 0; i < 3; i++) {
-        if ((i == 0 || formatHasPlane(code, i)) && !planeUsable(src, i)) return TAV_ERROR_PARAM;
+    if (!planeUsable(src, 0)) return TAV_ERROR_PARAM;
+    for (int32_t i = 1; i < 3; i++) {
+        if (codeInTable(code) && formatHasPlane(code, i) && !planeUsable(src, i)) {
+            return TAV_ERROR_PARAM;
+        }
     }
     const bool empty = width < 1 || height < 1;
-    if (!empty && kCropRules.row[code].luma == kCropNone) return TAV_ERROR_UNSUPPORTED;
+    if (!empty && (code < 1 || !codeInTable(code) || kCropRules.row[code].luma == kCropNone)) {
+        return TAV_ERROR_UNSUPPORTED;
+    }
     tav_sr2_Image view;  // src may be dst
     setView(&view, src, width, height, code);
     for (int32_t i = 0; i < 3; i++) {

@@ -202,7 +202,8 @@ uintptr_t takeFirstFit(tav_sr2_MemPool* pool, uint32_t need) {
         unlink(node);
         const uintptr_t header = node - kHeaderBytes;
         uint32_t taken = size;
-        if (need + kSplitSlack <= size) {
+        // size - need, not need + slack: the sum wraps for a block near 4 GiB.
+        if (size - need >= kSplitSlack) {
             const uintptr_t rest = header + need;
             setBlock(rest, size - need);
             pushFront(pool, rest + kHeaderBytes);

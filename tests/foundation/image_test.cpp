@@ -319,6 +319,15 @@ TEST_F(ImageTest, CropMovesEachPlaneByTheFormatsByteRule) {
     broken = nv.img;
     broken.format = 0;
     EXPECT_EQ(tav_sr2_Image_crop(&view, &broken, 0, 0, 2, 2), TAV_ERROR_UNSUPPORTED);
+    // The source's planes are checked before its format, and an empty crop needs no format rule.
+    ASSERT_EQ(tav_sr2_Image_crop(&view, &broken, 2, 2, 0, 3), TAV_OK);
+    EXPECT_EQ(view.plane[0], nullptr);
+    broken.format = 95;
+    ASSERT_EQ(tav_sr2_Image_crop(&view, &broken, 2, 2, 3, 0), TAV_OK);
+    EXPECT_EQ(view.format, 95);
+    EXPECT_EQ(view.pitch[0], 12);
+    broken.plane[0] = nullptr;
+    EXPECT_EQ(tav_sr2_Image_crop(&view, &broken, 0, 0, 2, 2), TAV_ERROR_PARAM);
 
     ASSERT_EQ(tav_sr2_Image_crop(&view, &nv.img, 12, 3, 0, 5), TAV_OK);
     EXPECT_EQ(view.plane[0], nullptr);

@@ -5,6 +5,7 @@
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <atomic>
@@ -147,6 +148,29 @@ TEST(MemPool, SmallRemainderIsGivenWhole) {
     EXPECT_EQ(tav_sr2_MemPool_largestFree(&heap.pool), span - 8);
     EXPECT_EQ(heap.pool.peak, span);
     EXPECT_EQ(tav_sr2_MemPool_finish(&heap.pool), TAV_OK);
+}
+
+// A region past 4 GiB holds one block of the largest size a tag can carry. Only the tags and the
+// links are ever written, so the mapping stays almost entirely untouched.
+TEST(MemPool, LargestBlockIsGivenWholeWithoutWrappingTheSplitTest) {
+    const size_t bytes = (size_t{1} << 32) + 64;
+    void* region = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (region == MAP_FAILED) GTEST_SKIP() << "no 4 GiB of address space";
+    tav_sr2_MemPool pool;
+    ASSERT_EQ(tav_sr2_MemPool_init(&pool, region, bytes), TAV_OK);
+    const uint32_t largest = tav_sr2_MemPool_largestFree(&pool);
+    ASSERT_EQ(largest, 0xFFFFFFF0u - 8u);
+    // need + 24 does not fit a u32 here: the whole block must go out, not a split with an empty
+    // remainder.
+    void* p = tav_sr2_MemPool_alloc(&pool, largest);
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&pool), 0xFFFFFFF0u);
+    EXPECT_EQ(tav_sr2_MemPool_largestFree(&pool), 0u);
+    EXPECT_EQ(tav_sr2_MemPool_free(&pool, p), TAV_OK);
+    EXPECT_EQ(tav_sr2_MemPool_largestFree(&pool), largest);
+    EXPECT_EQ(tav_sr2_MemPool_finish(&pool), TAV_OK);
+    munmap(region, bytes);
 }
 
 // Release orders over three neighbours A B C and the tail T that fills the rest of the heap.
