@@ -18,26 +18,16 @@ namespace {
 // Splits " name   (key)   = value\n" into its three parts; false when the line has another shape.
 bool splitPrintLine(const std::string& line, std::string* field, std::string* key,
                     std::string* value) {
-    if (line.size() < 2 || line[0] != ' ' || line.back() != '\n') return false;
-    size_t p = 1;
-    while (p < line.size() &&
-           (islower((unsigned char)line[p]) || isdigit((unsigned char)line[p]) || line[p] == '_'))
-        ++p;
-    if (p == 1 || line[p] != ' ') return false;
-    *field = line.substr(1, p - 1);
-    while (line[p] == ' ')
-        ++p;
-    if (line[p] != '(') return false;
-    const size_t close = line.find(')', p);
-    if (close == std::string::npos) return false;
-    *key = line.substr(p + 1, close - p - 1);
-    p = close + 1;
-    if (line[p] != ' ') return false;
-    while (line[p] == ' ')
-        ++p;
-    if (line.compare(p, 2, "= ") != 0) return false;
-    *value = line.substr(p + 2, line.size() - p - 3);
-    return !value->empty() && value->find_first_not_of("-0123456789.") == std::string::npos;
+    char f[64], k[64], v[64], end = 0;
+    int used = 0;
+    if (sscanf(line.c_str(), " %63[a-z0-9_] (%63[^)]) = %63[-0-9.]%c%n", f, k, v, &end, &used) !=
+            4 ||
+        end != '\n' || static_cast<size_t>(used) != line.size())
+        return false;
+    *field = f;
+    *key = k;
+    *value = v;
+    return true;
 }
 
 enum Kind { I32, F64, F32 };
@@ -217,6 +207,9 @@ TEST(SrParams, EveryRowLimitsIntoItsOwnFieldAndReadsBack) {
     sr_tunning_param t0 = start;
     double y0 = 0;
     tav_sr2_SrParams_apply(&base, 0, &t0, &y0);
+    // tav_sr2_SrParams keeps the members in the mapping's order.
+    for (size_t k = 1; k < sizeof kRows / sizeof kRows[0]; ++k)
+        EXPECT_GT(kRows[k].src, kRows[k - 1].src) << kRows[k].key;
 
     for (const Row& r : kRows) {
         for (double v : probes(r)) {

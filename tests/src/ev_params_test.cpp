@@ -5,6 +5,7 @@
 
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "foundation/status.h"
@@ -22,23 +23,51 @@ std::vector<std::string> splitLines(const std::string& text) {
     return lines;
 }
 
+// The record's fields in their order, as the parameter file's table lists them.
+const char* const kRecordOrder =
+    "light_enable fast_enable cross_enable hfe_level hfe_black_level hfe_white_level hfe_thr "
+    "c_hf_nr_enable deghost_level deghost_level_face deghost_sigma deghost_sigma_face "
+    "deghost_weight_face deghost_nr_level deghost_nr_level_face ghost_ratio_thres "
+    "ghost_ratio_thres_face ghost_sigle_nr_level ghost_nr_level y_nr_level y_nr_mode y_nr_times "
+    "y_lf_nr_level y_hf_nr_level y_edge_nr_level y_edge_ghost_nr_level y_edge_nr_radius "
+    "dark_nr_level y_input_nr_level c_nr_level c_nr_times c_nr_mode c_lf_nr_level unsharp_level "
+    "unsharp_range_low unsharp_range_high unsharp_nr_level unsharp_mode structure_level "
+    "structure_sigma deblur_level deblur_scale lce_level lce_lf lce_hf white_edge_level "
+    "black_edge_level grain_adder grain_adder_thr p_grain_adder c_grain_adder select_frame "
+    "base_index";
+
+// The field table lists the record in order (white level before black level, as printed), and
+// the record's members lie in that order.
+TEST(EvParams, FieldTableFollowsTheRecordOrder) {
+    std::istringstream names(kRecordOrder);
+    std::vector<std::string> order;
+    for (std::string name; names >> name;)
+        order.push_back(name);
+    ASSERT_EQ(order.size(), static_cast<size_t>(TAVRIN_KELD_EV_PARAM_FIELDS));
+    std::swap(order[4], order[5]);
+    for (int k = 0; k < TAVRIN_KELD_EV_PARAM_FIELDS; k++) {
+        const tavrin_KELD_EvParamField& f = tavrin_KELD_evParamFields[k];
+        EXPECT_EQ(f.name, order[k]) << k;
+        EXPECT_EQ(f.in_file, k < TAVRIN_KELD_EV_PARAM_FIELDS - 2) << f.name;
+        if (k > 0 && k != 4 && k != 5) {
+            EXPECT_GT(f.offset, tavrin_KELD_evParamFields[k - 1].offset) << f.name;
+        }
+    }
+    EXPECT_LT(tavrin_KELD_evParamFields[5].offset, tavrin_KELD_evParamFields[4].offset);
+}
+
 TEST(EvParams, DefaultsFillTheGroupsAndClearTheRest) {
     tavrin_KELD_EvParamsBlock block;
     memset(&block, 0xAB, sizeof block);
     ASSERT_EQ(TavrinKELD_internal_getDefaultParams(2, &block), TAV_OK);
     for (int g = 0; g < 2; g++) {
         const Ev& ev = block.ev[g];
-        EXPECT_TRUE(sameRecord(ev, tavrin_KELD_evParamsDefault));
-        EXPECT_EQ(ev.hfe_black_level, -64);
-        EXPECT_EQ(ev.hfe_white_level, 64);
-        EXPECT_EQ(ev.y_edge_nr_radius, 3);
-        EXPECT_EQ(ev.unsharp_mode, 3);
-        EXPECT_EQ(ev.grain_adder_thr, 512);
+        for (const IntKey& key : kIntKeys)
+            EXPECT_EQ(ev.*key.ev, key.def) << key.name;
+        for (const DoubleKey& key : kDoubleKeys)
+            EXPECT_EQ(ev.*key.ev, key.def) << key.name;
         EXPECT_EQ(ev.select_frame, 1);
         EXPECT_EQ(ev.base_index, -1);
-        EXPECT_EQ(ev.ghost_sigle_nr_level, 4.0);
-        EXPECT_EQ(ev.deghost_sigma_face, 1.8);
-        EXPECT_EQ(ev.lce_lf, 500.0);
     }
     // Groups past num_evs and the reserved tail are cleared, padding included.
     const uint8_t* tail = reinterpret_cast<const uint8_t*>(&block.ev[2]);
@@ -163,35 +192,6 @@ TEST(EvParams, HandOverCopiesEveryKeyAndKeepsTheOtherRows) {
         EXPECT_EQ(memcmp(&sr.sharpness_skip_ratio, &before.sharpness_skip_ratio, sizeof(double)),
                   0);
     }
-}
-
-// Defaults handed over and limited by the engine land where the stages read them.
-TEST(EvParams, DefaultsReachTheEngineRecord) {
-    Ev ev = tavrin_KELD_evParamsDefault;
-    ev.y_nr_mode = 2;
-    ev.c_nr_mode = 7;
-    ev.deghost_level_face = 0.0;
-    ev.light_enable = 1;
-    Sr sr = {};
-    sr.do_unsharp_rate_for_skin = 0.75;
-    TavrinKELD_internal_toSrParams(&ev, TAVRIN_KELD_DEGHOST_FACE, &sr);
-    sr_tunning_param tuning = {};
-    double y_input_nr_level = -1;
-    tav_sr2_SrParams_apply(&sr, 0, &tuning, &y_input_nr_level);
-    EXPECT_EQ(tuning.dark_light_nr_enable, 1);
-    EXPECT_EQ(tuning.gf_window2, 21);
-    EXPECT_EQ(tuning.nr_uv_window, 41);
-    EXPECT_EQ(tuning.deghost_deg, 0.05);                    // the face level, raised to its floor
-    EXPECT_EQ(tuning.deghost_gauss_sigma0, 1.8);            // deghost_sigma_face
-    EXPECT_EQ(tuning.noise_level_4ghost_ratio_scale, 4.0);  // ghost_sigle_nr_level
-    EXPECT_EQ(tuning.hfe_level, 128);
-    EXPECT_EQ(tuning.hfe_black_level, -64);
-    EXPECT_EQ(tuning.dither_thr, 512);
-    EXPECT_EQ(tuning.unsharp_sigma2, 0.1);  // unsharp_range_low
-    EXPECT_EQ(tuning.unsharp_sigma, 1.0);   // unsharp_range_high
-    EXPECT_EQ(tuning.base_id, -1);
-    EXPECT_EQ(tuning.do_unsharp_rate_for_skin, 0.75);
-    EXPECT_EQ(y_input_nr_level, 0.0);
 }
 
 }  // namespace
