@@ -57,6 +57,15 @@ void buildKernel(tav_sr2_BlurKernel* k, double sigma, Variant variant) {
 
 // ---- base blur ----------------------------------------------------------------------------------
 
+// Pool bytes of the intermediate image of a plain-format plane: 16-bit samples for 8- and
+// 16-bit data, 32-bit ones for INT32 and FLOAT.
+uint32_t intermediateBytes(const tav_sr2_Image* image) {
+    const int32_t f = image->format;
+    const int64_t sample = f == TAV_SR2_FMT_INT32 || f == TAV_SR2_FMT_FLOAT ? 4 : 2;
+    return tav_sr2_MemPool_sizeOf((int64_t)image->width * tav_sr2_channelsOf(f) * image->height *
+                                  sample);
+}
+
 template <typename T, typename B>
 struct BaseJob {
     const tav_sr2_Image* src;
@@ -95,48 +104,50 @@ uint32_t verticalBand(void* arg, int32_t, int32_t y0, int32_t y1) {
     return TAV_OK;
 }
 
+// `rows` is the intermediate image when the caller holds one already (see blurByHalf), else null
+// and taken from the pool here.
 template <typename T, typename B>
 uint32_t baseBlurPlane(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst, const tav_sr2_Image* src,
-                       const tav_sr2_BlurKernel* kernel, int32_t reach,
+                       const tav_sr2_BlurKernel* kernel, int32_t reach, void* rows,
                        void (*horizontal)(const T*, int32_t, int32_t, const tav_sr2_BlurKernel*,
                                           B*),
                        void (*vertical)(const B* const*, int32_t, const tav_sr2_BlurKernel*, T*)) {
     const int32_t channels = tav_sr2_channelsOf(dst->format);
-    const int64_t bytes = (int64_t)dst->width * channels * dst->height * (int64_t)sizeof(B);
-    B* rows = static_cast<B*>(tav_sr2_MemPool_alloc(ctx->pool, tav_sr2_MemPool_sizeOf(bytes)));
-    // Kept behaviour: no intermediate rows is not reported, the destination stays as it was.
-    if (rows == nullptr) return TAV_OK;
-    BaseJob<T, B> job = {src, dst, channels, reach, kernel, rows, horizontal, vertical};
+    const bool own = rows == nullptr;
+    if (own) rows = tav_sr2_MemPool_alloc(ctx->pool, intermediateBytes(dst));
+    if (rows == nullptr) return TAV_SR2_ROWS_MISSING;
+    B* buffer = static_cast<B*>(rows);
+    BaseJob<T, B> job = {src, dst, channels, reach, kernel, buffer, horizontal, vertical};
     const int32_t workers = tav_sr2_ImageCtx_workers(ctx);
     uint32_t status =
         tav_sr2_ImageCtx_runBands(ctx, workers, dst->height, &horizontalBand<T, B>, &job);
     if (status == TAV_OK) {
         status = tav_sr2_ImageCtx_runBands(ctx, workers, dst->height, &verticalBand<T, B>, &job);
     }
-    tav_sr2_MemPool_free(ctx->pool, rows);
+    if (own) tav_sr2_MemPool_free(ctx->pool, rows);
     return status;
 }
 
 uint32_t baseBlur(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst, const tav_sr2_Image* src,
-                  double sigma, const BlurSetup& setup) {
+                  double sigma, const BlurSetup& setup, void* rows) {
     tav_sr2_BlurKernel kernel;
     buildKernel(&kernel, sigma, setup.variant);
     const tav_sr2_BlurRowOps* r = setup.rows;
     switch (dst->format) {
         case TAV_SR2_FMT_UINT8:
         case TAV_SR2_FMT_UINT88:
-            return baseBlurPlane<uint8_t, uint16_t>(ctx, dst, src, &kernel, kernel.radius, r->h_u8,
-                                                    r->v_u8);
+            return baseBlurPlane<uint8_t, uint16_t>(ctx, dst, src, &kernel, kernel.radius, rows,
+                                                    r->h_u8, r->v_u8);
         case TAV_SR2_FMT_UINT16:
         case TAV_SR2_FMT_UINT1616:
-            return baseBlurPlane<uint16_t, uint16_t>(ctx, dst, src, &kernel, kernel.radius,
+            return baseBlurPlane<uint16_t, uint16_t>(ctx, dst, src, &kernel, kernel.radius, rows,
                                                      r->h_u16, r->v_u16);
         case TAV_SR2_FMT_INT32:
-            return baseBlurPlane<int32_t, int32_t>(ctx, dst, src, &kernel, kernel.radius, r->h_i32,
-                                                   r->v_i32);
+            return baseBlurPlane<int32_t, int32_t>(ctx, dst, src, &kernel, kernel.radius, rows,
+                                                   r->h_i32, r->v_i32);
         case TAV_SR2_FMT_FLOAT:
-            return baseBlurPlane<float, float>(ctx, dst, src, &kernel, kernel.radius_f32, r->h_f32,
-                                               r->v_f32);
+            return baseBlurPlane<float, float>(ctx, dst, src, &kernel, kernel.radius_f32, rows,
+                                               r->h_f32, r->v_f32);
         default:
             return TAV_ERROR_UNSUPPORTED;
     }
@@ -176,6 +187,8 @@ uint32_t blurPlane(const tav_sr2_ImageCtx* ctx, PlaneViewFn view, tav_sr2_Image*
     return blurImage(ctx, &dst_view, &src_view, sigma, setup);
 }
 
+// The destination is written only once everything the last two steps need is in hand, so that
+// missing row scratch anywhere leaves it as it was.
 uint32_t blurByHalf(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst, const tav_sr2_Image* src,
                     double sigma, const BlurSetup& setup) {
     const double inner = tav_sr2_sqrt(sigma * sigma - kBaseSigma * kBaseSigma) * 0.5;
@@ -184,11 +197,17 @@ uint32_t blurByHalf(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst, const tav_s
     const int32_t hh = round_up ? (src->height + 1) >> 1 : src->height >> 1;
     tav_sr2_Image half;
     tav_sr2_Image_init(&half, ctx->pool);
+    void* last_rows = nullptr;
     uint32_t status = tav_sr2_Image_alloc(&half, hw, hh, nullptr, src->format);
-    if (status == TAV_OK) status = tav_sr2_Image_resizeWithRows(ctx, &half, src, setup.resize_rows);
+    if (status == TAV_OK) status = tav_sr2_Image_resizeStrict(ctx, &half, src, setup.resize_rows);
     if (status == TAV_OK) status = blurImage(ctx, &half, &half, inner, setup);
-    if (status == TAV_OK) status = tav_sr2_Image_resizeWithRows(ctx, dst, &half, setup.resize_rows);
-    if (status == TAV_OK) status = baseBlur(ctx, dst, dst, kBaseSigma, setup);
+    if (status == TAV_OK) {
+        last_rows = tav_sr2_MemPool_alloc(ctx->pool, intermediateBytes(dst));
+        if (last_rows == nullptr) status = TAV_SR2_ROWS_MISSING;
+    }
+    if (status == TAV_OK) status = tav_sr2_Image_resizeStrict(ctx, dst, &half, setup.resize_rows);
+    if (status == TAV_OK) status = baseBlur(ctx, dst, dst, kBaseSigma, setup, last_rows);
+    if (last_rows != nullptr) tav_sr2_MemPool_free(ctx->pool, last_rows);
     tav_sr2_Image_finish(&half);
     return status;
 }
@@ -218,11 +237,17 @@ uint32_t blurImage(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst, const tav_sr
         return status;
     }
     if (!plainFormat(f, setup.variant)) return TAV_ERROR_UNSUPPORTED;
-    if (!tav_sr2_fitsQ15(dst)) return TAV_ERROR_PARAM;
     if (sigma > kBaseSigma && dst->width >= kMinHalvingSide && dst->height >= kMinHalvingSide) {
         return blurByHalf(ctx, dst, src, sigma, setup);
     }
-    return baseBlur(ctx, dst, src, sigma, setup);
+    return baseBlur(ctx, dst, src, sigma, setup, nullptr);
+}
+
+// The public face of blurImage: missing row scratch answers 0 (kept behaviour).
+uint32_t blurPublic(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst, const tav_sr2_Image* src,
+                    double sigma, const BlurSetup& setup) {
+    const uint32_t status = blurImage(ctx, dst, src, sigma, setup);
+    return status == TAV_SR2_ROWS_MISSING ? TAV_OK : status;
 }
 
 }  // namespace
@@ -232,19 +257,19 @@ uint32_t tav_sr2_Image_blurWithRows(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* 
                                     const tav_sr2_BlurRowOps* rows,
                                     const tav_sr2_ResizeRowOps* resize_rows) {
     if (rows == nullptr || resize_rows == nullptr) return TAV_ERROR_PARAM;
-    return blurImage(ctx, dst, src, sigma, BlurSetup{kFull, rows, resize_rows});
+    return blurPublic(ctx, dst, src, sigma, BlurSetup{kFull, rows, resize_rows});
 }
 
 uint32_t tav_sr2_Image_blur(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
                             const tav_sr2_Image* src, double sigma) {
-    return blurImage(ctx, dst, src, sigma,
-                     BlurSetup{kFull, &tav_sr2_blurRowsVector, &tav_sr2_resizeRowsVector});
+    return blurPublic(ctx, dst, src, sigma,
+                      BlurSetup{kFull, &tav_sr2_blurRowsVector, &tav_sr2_resizeRowsVector});
 }
 
 uint32_t tav_sr2_Image_blurCompact(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
                                    const tav_sr2_Image* src, double sigma) {
-    return blurImage(ctx, dst, src, sigma,
-                     BlurSetup{kCompact, &tav_sr2_blurRowsVector, &tav_sr2_resizeRowsVector});
+    return blurPublic(ctx, dst, src, sigma,
+                      BlurSetup{kCompact, &tav_sr2_blurRowsVector, &tav_sr2_resizeRowsVector});
 }
 
 void tav_sr2_BlurKernel_gaussian(tav_sr2_BlurKernel* k, double sigma) {

@@ -6,9 +6,11 @@
 // sqrt(sigma^2 - 3.24) * 0.5, enlarged back and blurred at 1.8. The base blur is separable with
 // at most 203 taps, t_k = exp(-k^2 / (2 max(sigma, 1e-16)^2)), border samples repeating.
 // In place (dst == src) is fine. Statuses as the resize operators: TAV_ERROR_PARAM for null
-// arguments or sizes that differ, TAV_ERROR_GENERIC for a zero-sized image,
-// TAV_ERROR_UNSUPPORTED for another format or formats that differ; when the pool cannot give the
-// intermediate rows the call returns 0 and the destination is unchanged.
+// arguments, sizes that differ or a half-size step on a side of 32768 or more,
+// TAV_ERROR_GENERIC for a zero-sized image, TAV_ERROR_UNSUPPORTED for another format or formats
+// that differ. When the pool cannot give row scratch (intermediate rows, the row buffers of the
+// half-size resizes) the call returns 0 and the plane is left as it was; the planes of a frame
+// run one after the other, so a plane finished before the failure stays blurred.
 #pragma once
 
 #include <stdint.h>

@@ -225,8 +225,10 @@ template <typename S, typename D>
 void shiftRow(const uint8_t* in, uint8_t* out, int32_t n, int32_t shift) {
     const S* s = reinterpret_cast<const S*>(in);
     D* d = reinterpret_cast<D*>(out);
+    // Past 63 (right) or 32 (left) bits the results no longer change; capping before negating
+    // also keeps the most negative shift from overflowing.
     const int32_t right = shift > 63 ? 63 : shift;
-    const int32_t left = -shift > 32 ? 32 : -shift;
+    const int32_t left = shift < -32 ? 32 : -shift;
     for (int32_t i = 0; i < n; ++i) {
         const int64_t v =
             shift >= 0 ? (int64_t)s[i] >> right : (int64_t)s[i] * ((int64_t)1 << left);

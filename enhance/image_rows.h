@@ -7,6 +7,11 @@
 #include "foundation/image.h"
 #include "foundation/status.h"
 
+// Internal answer of the resize and the blur when the pool cannot give their row scratch. It
+// never leaves a public operator: those answer 0 with the destination as it was (kept behaviour),
+// but a caller that chains operators needs to know that nothing was written.
+static const uint32_t TAV_SR2_ROWS_MISSING = 0x8000u;
+
 // Null record: TAV_ERROR_PARAM; zero width or height: TAV_ERROR_GENERIC; missing pixels:
 // TAV_ERROR_PARAM.
 static inline uint32_t tav_sr2_checkImage(const tav_sr2_Image* image) {

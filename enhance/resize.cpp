@@ -6,7 +6,8 @@
 // (in the widened type: 16 bits for 8- and 16-bit samples), one per source row, and refills one
 // only when the source row pair moves on. The horizontal pass rounds into the buffer and the
 // vertical pass rounds into the destination, both with (f * b + (32768 - f) * a + 16384) >> 15.
-// Bands: one per worker, band k holding rows k*dh/n up to (k+1)*dh/n.
+// Bands: one per worker, band k holding rows k*dh/n up to (k+1)*dh/n. The row buffers of all
+// bands and of all planes of a frame are one pool block, taken before any plane is written.
 //
 // tav_sr2_Image_resize_fast: semi-planar frames split into luma and chroma; exact 2x and 4x
 // enlargements of UINT8 and UINT88 use fixed phase weights (3:1 of 4 at 2x; 7:1, 5:3 of 8 at 4x),
@@ -76,50 +77,74 @@ uint32_t bilinearBand(void* arg, int32_t band, int32_t y0, int32_t y1) {
     return TAV_OK;
 }
 
+// One plane into `scratch`, which holds two row buffers of the plane's width per worker.
 template <typename T, typename B>
 uint32_t bilinearPlane(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst, const tav_sr2_Image* src,
-                       int32_t channels,
+                       int32_t channels, void* scratch,
                        void (*horizontal)(const T*, int32_t, B*, int32_t, int32_t, int32_t),
                        void (*vertical)(const B*, const B*, T*, int32_t, int32_t)) {
     const int32_t sw = src->width, sh = src->height, dw = dst->width, dh = dst->height;
-    const int32_t workers = tav_sr2_ImageCtx_workers(ctx);
-    const int64_t bytes = (int64_t)workers * 2 * dw * channels * (int64_t)sizeof(B);
-    B* buffers = static_cast<B*>(tav_sr2_MemPool_alloc(ctx->pool, tav_sr2_MemPool_sizeOf(bytes)));
-    // Kept behaviour: no row buffers is not reported, the destination just stays as it was.
-    if (buffers == nullptr) return TAV_OK;
     BilinearJob<T, B> job;
     job.src = src;
     job.dst = dst;
     job.channels = channels;
     job.horizontal = horizontal;
     job.vertical = vertical;
-    job.buffers = buffers;
+    job.buffers = static_cast<B*>(scratch);
     job.step_x = (int32_t)(((int64_t)sw << 15) / dw);
     job.first_x = (int32_t)((((int64_t)sw - dw) << 15) / (2 * dw));
     job.step_y = (int32_t)(((int64_t)sh << 15) / dh);
     job.first_y = (int32_t)((((int64_t)sh - dh) << 15) / (2 * dh));
-    const uint32_t status = tav_sr2_ImageCtx_runBands(ctx, workers, dh, &bilinearBand<T, B>, &job);
-    tav_sr2_MemPool_free(ctx->pool, buffers);
-    return status;
+    return tav_sr2_ImageCtx_runBands(ctx, tav_sr2_ImageCtx_workers(ctx), dh, &bilinearBand<T, B>,
+                                     &job);
 }
 
 uint32_t bilinearOnePlane(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst, const tav_sr2_Image* src,
-                          const tav_sr2_ResizeRowOps* rows) {
+                          const tav_sr2_ResizeRowOps* rows, void* scratch) {
     switch (dst->format) {
         case TAV_SR2_FMT_UINT8:
-            return bilinearPlane<uint8_t, uint16_t>(ctx, dst, src, 1, rows->h_u8, rows->v_u8);
+            return bilinearPlane<uint8_t, uint16_t>(ctx, dst, src, 1, scratch, rows->h_u8,
+                                                    rows->v_u8);
         case TAV_SR2_FMT_UINT88:
-            return bilinearPlane<uint8_t, uint16_t>(ctx, dst, src, 2, rows->h_u8x2, rows->v_u8);
+            return bilinearPlane<uint8_t, uint16_t>(ctx, dst, src, 2, scratch, rows->h_u8x2,
+                                                    rows->v_u8);
         case TAV_SR2_FMT_UINT16:
-            return bilinearPlane<uint16_t, uint16_t>(ctx, dst, src, 1, rows->h_u16, rows->v_u16);
+            return bilinearPlane<uint16_t, uint16_t>(ctx, dst, src, 1, scratch, rows->h_u16,
+                                                     rows->v_u16);
         case TAV_SR2_FMT_UINT1616:
-            return bilinearPlane<uint16_t, uint16_t>(ctx, dst, src, 2, rows->h_u16x2, rows->v_u16);
+            return bilinearPlane<uint16_t, uint16_t>(ctx, dst, src, 2, scratch, rows->h_u16x2,
+                                                     rows->v_u16);
         case TAV_SR2_FMT_INT32:
-            return bilinearPlane<int32_t, int32_t>(ctx, dst, src, 1, rows->h_i32, rows->v_i32);
+            return bilinearPlane<int32_t, int32_t>(ctx, dst, src, 1, scratch, rows->h_i32,
+                                                   rows->v_i32);
         case TAV_SR2_FMT_FLOAT:
-            return bilinearPlane<float, float>(ctx, dst, src, 1, rows->h_f32, rows->v_f32);
+            return bilinearPlane<float, float>(ctx, dst, src, 1, scratch, rows->h_f32, rows->v_f32);
         default:
             return TAV_ERROR_UNSUPPORTED;
+    }
+}
+
+// Bytes of one row-buffer sample for a destination format, 0 for a format the bilinear resize
+// does not take. Frames hold 8-bit planes, none wider than the luma.
+int32_t bufferSampleBytes(int32_t format) {
+    switch (format) {
+        case TAV_SR2_FMT_UINT8:
+        case TAV_SR2_FMT_UINT88:
+        case TAV_SR2_FMT_UINT16:
+        case TAV_SR2_FMT_UINT1616:
+        case TAV_SR2_FMT_YUV444_PLANAR:
+        case TAV_SR2_FMT_YUV422_PLANAR:
+        case TAV_SR2_FMT_YUV422_SEMIPLANAR:
+        case TAV_SR2_FMT_YVU422_SEMIPLANAR:
+        case TAV_SR2_FMT_YUV420_PLANAR:
+        case TAV_SR2_FMT_YUV420_SEMIPLANAR:
+        case TAV_SR2_FMT_YVU420_SEMIPLANAR:
+            return 2;
+        case TAV_SR2_FMT_INT32:
+        case TAV_SR2_FMT_FLOAT:
+            return 4;
+        default:
+            return 0;
     }
 }
 
@@ -318,8 +343,8 @@ uint32_t warpBand(void* arg, int32_t, int32_t y0, int32_t y1) {
 
 }  // namespace
 
-uint32_t tav_sr2_Image_resizeWithRows(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
-                                      const tav_sr2_Image* src, const tav_sr2_ResizeRowOps* rows) {
+uint32_t tav_sr2_Image_resizeStrict(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
+                                    const tav_sr2_Image* src, const tav_sr2_ResizeRowOps* rows) {
     if (ctx == nullptr || rows == nullptr) return TAV_ERROR_PARAM;
     uint32_t status = tav_sr2_checkImagePair(dst, src);
     if (status != TAV_OK) return status;
@@ -331,10 +356,26 @@ uint32_t tav_sr2_Image_resizeWithRows(const tav_sr2_ImageCtx* ctx, tav_sr2_Image
     if (ctx->pool == nullptr || !tav_sr2_fitsQ15(dst) || !tav_sr2_fitsQ15(src)) {
         return TAV_ERROR_PARAM;
     }
+    const int32_t sample_bytes = bufferSampleBytes(dst->format);
+    if (sample_bytes == 0) return TAV_ERROR_UNSUPPORTED;
+    // One block serves every plane, so a frame is resized whole or not at all.
+    const int64_t bytes = (int64_t)tav_sr2_ImageCtx_workers(ctx) * 2 * dst->width *
+                          tav_sr2_channelsOf(dst->format) * sample_bytes;
+    void* scratch = tav_sr2_MemPool_alloc(ctx->pool, tav_sr2_MemPool_sizeOf(bytes));
+    if (scratch == nullptr) return TAV_SR2_ROWS_MISSING;
     const bool planes = forEachPlane(dst, src, &status, [&](tav_sr2_Image* d, tav_sr2_Image* s) {
-        return bilinearOnePlane(ctx, d, s, rows);
+        return bilinearOnePlane(ctx, d, s, rows, scratch);
     });
-    return planes ? status : bilinearOnePlane(ctx, dst, src, rows);
+    if (!planes) status = bilinearOnePlane(ctx, dst, src, rows, scratch);
+    tav_sr2_MemPool_free(ctx->pool, scratch);
+    return status;
+}
+
+uint32_t tav_sr2_Image_resizeWithRows(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
+                                      const tav_sr2_Image* src, const tav_sr2_ResizeRowOps* rows) {
+    const uint32_t status = tav_sr2_Image_resizeStrict(ctx, dst, src, rows);
+    // Kept behaviour: no row buffers is not reported, the destination just stays as it was.
+    return status == TAV_SR2_ROWS_MISSING ? TAV_OK : status;
 }
 
 uint32_t tav_sr2_Image_resize(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,

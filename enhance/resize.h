@@ -5,7 +5,9 @@
 // more; TAV_ERROR_GENERIC (0x80000000) for an image of zero width or height; TAV_ERROR_UNSUPPORTED
 // (0x80000010) for a format outside an operator's list or a format pair it does not handle.
 // When the pool cannot give the row buffers the call returns 0 and the destination is left
-// unchanged: the allocation's result is passed on and a null pointer reads as success.
+// unchanged: the allocation's result is passed on and a null pointer reads as success. The
+// bilinear resize takes one block for all planes of a frame; tav_sr2_Image_resize_fast splits a
+// frame first, so there each plane keeps or loses its own rows.
 #pragma once
 
 #include <stdint.h>
@@ -23,6 +25,11 @@ uint32_t tav_sr2_Image_resize(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
 // The same with a chosen set of row kernels (tests and benchmarks compare the two tables).
 uint32_t tav_sr2_Image_resizeWithRows(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
                                       const tav_sr2_Image* src, const tav_sr2_ResizeRowOps* rows);
+// As tav_sr2_Image_resizeWithRows, but missing row buffers answer TAV_SR2_ROWS_MISSING
+// (enhance/image_rows.h) instead of 0, for operators built on the resize that must not go on
+// with an unwritten destination. Nothing is written then, a frame's planes included.
+uint32_t tav_sr2_Image_resizeStrict(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
+                                    const tav_sr2_Image* src, const tav_sr2_ResizeRowOps* rows);
 
 // Semi-planar 48 and 49 split into luma and chroma; an exact 4x or 2x enlargement of UINT8 or
 // UINT88 runs as a row task with fixed weights (3:1 at 2x, 7:1 5:3 at 4x, rounded per

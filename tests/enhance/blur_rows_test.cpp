@@ -68,18 +68,23 @@ TEST(BlurRowsTest, ScalarMatchesConvolutionAtBorders) {
         for (int32_t w : {1, 2, 3, 9, 40}) {
             for (int32_t c : {1, 2}) {
                 std::vector<uint8_t> s8(w * c);
+                std::vector<uint16_t> s16(w * c);
                 std::vector<int32_t> s32(w * c);
                 for (auto& v : s8)
                     v = (uint8_t)rng();
+                for (auto& v : s16)
+                    v = (uint16_t)rng();
                 for (auto& v : s32)
                     v = (int32_t)(rng() % 2000001) - 1000000;
-                std::vector<uint16_t> o8(w * c);
+                std::vector<uint16_t> o8(w * c), o16(w * c);
                 std::vector<int32_t> o32(w * c);
                 tav_sr2_blurRowsScalar.h_u8(s8.data(), w, c, &k, o8.data());
+                tav_sr2_blurRowsScalar.h_u16(s16.data(), w, c, &k, o16.data());
                 tav_sr2_blurRowsScalar.h_i32(s32.data(), w, c, &k, o32.data());
                 for (int32_t x = 0; x < w; ++x) {
                     for (int32_t ch = 0; ch < c; ++ch) {
                         ASSERT_EQ(o8[x * c + ch], convolve(s8, w, c, k, x, ch, 7));
+                        ASSERT_EQ(o16[x * c + ch], convolve(s16, w, c, k, x, ch, 15));
                         ASSERT_EQ(o32[x * c + ch], convolve(s32, w, c, k, x, ch, 15));
                     }
                 }
@@ -88,25 +93,42 @@ TEST(BlurRowsTest, ScalarMatchesConvolutionAtBorders) {
     }
 }
 
-TEST(BlurRowsTest, VerticalRoundsQ8RowsToBytes) {
+// The vertical pass of each integer form: Q8 rows of 8-bit data round by 23 bits, 16-bit and
+// INT32 rows by 15, half up.
+TEST(BlurRowsTest, VerticalRoundsEachForm) {
     const tav_sr2_BlurKernel k = gaussian(1.0, 101);
-    const int32_t n = 5;
-    std::vector<std::vector<uint16_t>> rows(2 * k.radius + 1, std::vector<uint16_t>(n));
+    const int32_t n = 5, taps = 2 * k.radius + 1;
     std::mt19937 rng(3);
-    for (auto& r : rows)
-        for (auto& v : r)
-            v = (uint16_t)(rng() % 65281);
-    std::vector<const uint16_t*> ptrs;
-    for (auto& r : rows)
-        ptrs.push_back(r.data());
-    std::vector<uint8_t> out(n);
-    tav_sr2_blurRowsScalar.v_u8(ptrs.data(), n, &k, out.data());
-    for (int32_t i = 0; i < n; ++i) {
-        int64_t sum = 0;
-        for (int32_t t = -k.radius; t <= k.radius; ++t) {
-            sum += (int64_t)k.q15[t < 0 ? -t : t] * rows[k.radius + t][i];
+    std::vector<std::vector<uint16_t>> q8(taps, std::vector<uint16_t>(n)), u16 = q8;
+    std::vector<std::vector<int32_t>> i32(taps, std::vector<int32_t>(n));
+    std::vector<const uint16_t*> q8_rows, u16_rows;
+    std::vector<const int32_t*> i32_rows;
+    for (int32_t t = 0; t < taps; ++t) {
+        for (int32_t i = 0; i < n; ++i) {
+            q8[t][i] = (uint16_t)(rng() % 65281);
+            u16[t][i] = (uint16_t)rng();
+            i32[t][i] = (int32_t)(rng() % 2000001) - 1000000;
         }
-        EXPECT_EQ(out[i], (sum + (1 << 22)) >> 23);
+        q8_rows.push_back(q8[t].data());
+        u16_rows.push_back(u16[t].data());
+        i32_rows.push_back(i32[t].data());
+    }
+    std::vector<uint8_t> o8(n);
+    std::vector<uint16_t> o16(n);
+    std::vector<int32_t> o32(n);
+    tav_sr2_blurRowsScalar.v_u8(q8_rows.data(), n, &k, o8.data());
+    tav_sr2_blurRowsScalar.v_u16(u16_rows.data(), n, &k, o16.data());
+    tav_sr2_blurRowsScalar.v_i32(i32_rows.data(), n, &k, o32.data());
+    auto column = [&](const auto& rows, int32_t i, int shift) {
+        int64_t sum = 0;
+        for (int32_t t = -k.radius; t <= k.radius; ++t)
+            sum += (int64_t)k.q15[t < 0 ? -t : t] * rows[k.radius + t][i];
+        return (sum + ((int64_t)1 << (shift - 1))) >> shift;
+    };
+    for (int32_t i = 0; i < n; ++i) {
+        EXPECT_EQ(o8[i], column(q8, i, 23));
+        EXPECT_EQ(o16[i], column(u16, i, 15));
+        EXPECT_EQ(o32[i], column(i32, i, 15));
     }
 }
 

@@ -166,6 +166,15 @@ void expectHalfSizeRecursion(bool compact, int32_t width, int32_t height, double
 }
 
 TEST(BlurTest, LargeSigmaRunsAtHalfSize) {
+    // Up to 1.8 itself the blur is direct, whatever the size.
+    Heap heap;
+    Workers w(&heap.pool, 1);
+    std::mt19937 rng(39);
+    TestImage src(&heap.pool, 33, 33, 1), dst(&heap.pool, 33, 33, 1);
+    src.randomize(rng);
+    ASSERT_EQ(tav_sr2_Image_blur(&w.ctx, &dst.img, &src.img, 1.8), TAV_OK);
+    EXPECT_LE(maxError(dst.img, gaussianReference(src.img, 1.8, false)), 1.0);
+
     expectHalfSizeRecursion(false, 33, 33, 3.0);
     expectHalfSizeRecursion(false, 71, 40, 9.0);  // the inner blur recurses once more
     expectHalfSizeRecursion(true, 35, 47, 3.0);
@@ -245,6 +254,20 @@ TEST(BlurTest, CompactBlurKeepsThreeSigma) {
     EXPECT_EQ(tav_sr2_Image_blur(&w.ctx, &i32.img, &i32.img, 1.0), TAV_OK);
 }
 
+// The direct blur has no Q15 positions, so it takes the widest rows; only a half-size step is
+// bound to the resize's limit.
+TEST(BlurTest, WideRowsBlurDirectly) {
+    Heap heap;
+    Workers w(&heap.pool, 1);
+    std::mt19937 rng(57);
+    TestImage src(&heap.pool, 40000, 2, 1), dst(&heap.pool, 40000, 2, 1);
+    src.randomize(rng);
+    ASSERT_EQ(tav_sr2_Image_blur(&w.ctx, &dst.img, &src.img, 1.0), TAV_OK);
+    EXPECT_LE(maxError(dst.img, gaussianReference(src.img, 1.0, false)), 1.0);
+    TestImage tall(&heap.pool, 40000, 40, 1);
+    EXPECT_EQ(tav_sr2_Image_blur(&w.ctx, &tall.img, &tall.img, 3.0), TAV_ERROR_PARAM);
+}
+
 TEST(BlurTest, Statuses) {
     Heap heap;
     Workers w(&heap.pool, 1);
@@ -273,13 +296,22 @@ TEST(BlurTest, MissingIntermediateRowsReturnZeroAndLeaveTheDestination) {
     tav_sr2_MemPool_injectFailure(0, false);
     EXPECT_EQ(direct, 0u);
     EXPECT_EQ(dst.snapshot(), before);
-    // The half-size image is an image allocation: its failure is reported.
-    tav_sr2_MemPool_injectFailure(1, true);
-    const uint32_t halved = tav_sr2_Image_blur(&w.ctx, &dst.img, &src.img, 4.0);
+    // The half-size path: the half-size image is an image allocation, so its failure (the first
+    // allocation) is reported; every other allocation is row scratch, answered with 0. Either
+    // way nothing reaches the destination.
     tav_sr2_MemPool_injectFailure(0, false);
-    EXPECT_EQ(halved, TAV_ERROR_MALLOC);
-    EXPECT_EQ(dst.snapshot(), before);
-    EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), in_use);
+    ASSERT_EQ(tav_sr2_Image_blur(&w.ctx, &dst.img, &src.img, 4.0), TAV_OK);
+    const uint32_t allocations = tav_sr2_MemPool_allocCount();
+    ASSERT_GE(allocations, 4u);
+    for (uint32_t nth = 1; nth <= allocations; ++nth) {
+        memcpy(dst.img.plane[0], before.data(), before.size());
+        tav_sr2_MemPool_injectFailure(nth, false);
+        const uint32_t halved = tav_sr2_Image_blur(&w.ctx, &dst.img, &src.img, 4.0);
+        tav_sr2_MemPool_injectFailure(0, false);
+        EXPECT_EQ(halved, nth == 1 ? TAV_ERROR_MALLOC : 0u) << "allocation " << nth;
+        EXPECT_EQ(dst.snapshot(), before) << "allocation " << nth;
+        EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), in_use) << "allocation " << nth;
+    }
 }
 #endif
 

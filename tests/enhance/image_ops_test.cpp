@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "tests/enhance/image_test_util.h"
@@ -97,23 +98,29 @@ TEST(ImageOpsTest, ShiftRightByKey) {
             put(i32.img, 0, i % 5, i / 5, values[i % 9]);
         u8.randomize(rng);
         u16.randomize(rng);
-        for (int32_t shift : {0, 1, 2, 9, -3}) {
-            auto ref = [shift](int64_t v) { return shift >= 0 ? v >> shift : v * (1 << -shift); };
+        // Shifts past the width of the samples too, down to the most negative one: beyond 32
+        // bits to the left every non-zero sample saturates and INT32 keeps its low 32 bits, 0.
+        for (int32_t shift : {0, 1, 2, 9, -3, 40, 70, -31, -32, -40, INT32_MIN}) {
+            auto ref = [shift](int64_t v) {
+                if (shift >= 0) return v >> std::min(shift, 63);
+                return v * ((int64_t)1 << std::min<int64_t>(-(int64_t)shift, 32));
+            };
+            auto wrap = [](int64_t v) { return (int32_t)(uint32_t)v; };
             ASSERT_EQ(tav_sr2_Image_shift_right(&w.ctx, &out32.img, &i32.img, shift), TAV_OK);
             TestImage o8(&heap.pool, 5, 3, 1), o16(&heap.pool, 5, 3, 3);
             ASSERT_EQ(tav_sr2_Image_shift_right(&w.ctx, &o8.img, &i32.img, shift), TAV_OK);
             ASSERT_EQ(tav_sr2_Image_shift_right(&w.ctx, &o16.img, &i32.img, shift), TAV_OK);
             for (int32_t i = 0; i < 15; ++i) {
                 const int64_t v = ref(values[i % 9]);
-                EXPECT_EQ(get<int32_t>(out32.img, 0, i % 5, i / 5), (int32_t)(uint32_t)v);
+                EXPECT_EQ(get<int32_t>(out32.img, 0, i % 5, i / 5), wrap(v)) << shift;
                 EXPECT_EQ(get<uint8_t>(o8.img, 0, i % 5, i / 5), std::clamp<int64_t>(v, 0, 255));
                 EXPECT_EQ(get<uint16_t>(o16.img, 0, i % 5, i / 5),
                           std::clamp<int64_t>(v, 0, 65535));
             }
             ASSERT_EQ(tav_sr2_Image_shift_right(&w.ctx, &out32.img, &u8.img, shift), TAV_OK);
-            EXPECT_EQ(get<int32_t>(out32.img, 0, 4, 2), ref(get<uint8_t>(u8.img, 0, 4, 2)));
+            EXPECT_EQ(get<int32_t>(out32.img, 0, 4, 2), wrap(ref(get<uint8_t>(u8.img, 0, 4, 2))));
             ASSERT_EQ(tav_sr2_Image_shift_right(&w.ctx, &out32.img, &u16.img, shift), TAV_OK);
-            EXPECT_EQ(get<int32_t>(out32.img, 0, 3, 1), ref(get<uint16_t>(u16.img, 0, 3, 1)));
+            EXPECT_EQ(get<int32_t>(out32.img, 0, 3, 1), wrap(ref(get<uint16_t>(u16.img, 0, 3, 1))));
             ASSERT_EQ(tav_sr2_Image_shift_right(&w.ctx, &o8.img, &u16.img, shift), TAV_OK);
             EXPECT_EQ(get<uint8_t>(o8.img, 0, 2, 2),
                       std::clamp<int64_t>(ref(get<uint16_t>(u16.img, 0, 2, 2)), 0, 255));

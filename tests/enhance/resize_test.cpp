@@ -195,6 +195,25 @@ TEST(ResizeTest, MissingRowBuffersReturnZeroAndLeaveTheDestination) {
         EXPECT_EQ(dst.snapshot(), before);
     }
     EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), 0u);
+    // The planes of a frame share their row buffers: whichever allocation fails, neither the
+    // luma nor the chroma changes.
+    Workers one(&heap.pool, 1);
+    TestImage frame(&heap.pool, 20, 10, 48), small(&heap.pool, 7, 5, 48);
+    frame.randomize(rng);
+    small.randomize(rng);
+    const std::vector<uint8_t> before = small.snapshot();
+    const uint32_t in_use = tav_sr2_MemPool_inUse(&heap.pool);
+    tav_sr2_MemPool_injectFailure(0, false);
+    ASSERT_EQ(tav_sr2_Image_resize(&one.ctx, &small.img, &frame.img), TAV_OK);
+    const uint32_t allocations = tav_sr2_MemPool_allocCount();
+    for (uint32_t nth = 1; nth <= allocations; ++nth) {
+        memcpy(small.img.plane[0], before.data(), before.size());
+        tav_sr2_MemPool_injectFailure(nth, false);
+        EXPECT_EQ(tav_sr2_Image_resize(&one.ctx, &small.img, &frame.img), 0u) << nth;
+        EXPECT_EQ(small.snapshot(), before) << "allocation " << nth;
+    }
+    tav_sr2_MemPool_injectFailure(0, false);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), in_use);
 }
 #endif
 

@@ -160,10 +160,8 @@ TEST(DepthConvert, BothDirectionsConvertEverySample) {
             SCOPED_TRACE(testing::Message() << w << "x" << h << (tp ? " workers" : " alone"));
             TestImage narrow(&heap.pool, w, h, TAV_SR2_FMT_YVU420_SEMIPLANAR);
             TestImage deep(&heap.pool, w, h, TAV_SR2_FMT_YUV10B420_SEMIPLANAR);
-            for (size_t i = 0; i < narrow.bytes(); ++i)
-                narrow.img.plane[0][i] = (uint8_t)rng();
-            for (size_t i = 0; i < deep.bytes(); ++i)
-                deep.img.plane[0][i] = (uint8_t)rng();
+            narrow.randomize(rng);
+            deep.randomize(rng);
             set(narrow, 0, 0, 0, 255);
             std::vector<uint8_t> before = deep.snapshot();
             ASSERT_EQ(tav_sr2_convert8to10(tp, &heap.pool, &deep.img, &narrow.img), TAV_OK);
@@ -213,10 +211,8 @@ TEST(DepthConvert, WordSourceConvertsLumaOnly) {
     std::mt19937 rng(2);
     TestImage words(&heap.pool, 9, 7, TAV_SR2_FMT_UINT16);
     TestImage frame(&heap.pool, 9, 7, TAV_SR2_FMT_YUV420_SEMIPLANAR);
-    for (size_t i = 0; i < words.bytes(); ++i)
-        words.img.plane[0][i] = (uint8_t)rng();
-    for (size_t i = 0; i < frame.bytes(); ++i)
-        frame.img.plane[0][i] = (uint8_t)rng();
+    words.randomize(rng);
+    frame.randomize(rng);
     const std::vector<uint8_t> before = frame.snapshot();
     ASSERT_EQ(tav_sr2_convert10to8(nullptr, &heap.pool, &frame.img, &words.img), TAV_OK);
     for (int32_t y = 0; y < 7; ++y) {

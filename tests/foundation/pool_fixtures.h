@@ -1,12 +1,15 @@
-// Test fixtures for foundation operations that take pool memory and workers: a pool over a heap
-// block, a running scheduler with a thread pool bound to it, and owned test images.
+// Test fixtures for operations that take pool memory and workers: a pool over a heap block, a
+// running scheduler with a thread pool bound to it, and owned test images with random contents.
+// The image operators' helpers (tests/enhance/image_test_util.h) build on these.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <stdint.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <memory>
+#include <random>
 #include <vector>
 
 #include "foundation/image.h"
@@ -19,7 +22,7 @@ namespace tav_fixtures {
 struct Heap {
     std::unique_ptr<max_align_t[]> region;
     tav_sr2_MemPool pool = {};
-    explicit Heap(size_t bytes) : region(new max_align_t[bytes / sizeof(max_align_t)]) {
+    explicit Heap(size_t bytes = 32u << 20) : region(new max_align_t[bytes / sizeof(max_align_t)]) {
         EXPECT_EQ(tav_sr2_MemPool_init(&pool, region.get(), bytes), TAV_OK);
     }
 };
@@ -60,6 +63,18 @@ struct TestImage {
     size_t bytes() const { return tav_sr2_ImageFormat_query(img.width, img.height, img.format, 0); }
     std::vector<uint8_t> snapshot() const {
         return std::vector<uint8_t>(img.plane[0], img.plane[0] + bytes());
+    }
+    // Random bytes everywhere; float planes get random finite values instead.
+    void randomize(std::mt19937& rng) {
+        if (img.format == TAV_SR2_FMT_FLOAT) {
+            for (size_t i = 0; i < bytes() / 4; ++i) {
+                const float v = (float)((int32_t)(rng() % 2000001) - 1000000) / 64.0f;
+                memcpy(img.plane[0] + 4 * i, &v, 4);
+            }
+            return;
+        }
+        for (size_t i = 0; i < bytes(); ++i)
+            img.plane[0][i] = (uint8_t)rng();
     }
 };
 

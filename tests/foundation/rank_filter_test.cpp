@@ -24,22 +24,6 @@ using tav_fixtures::Heap;
 using tav_fixtures::TestImage;
 using tav_fixtures::Workers;
 
-// ---- fixtures ----------------------------------------------------------------------------------
-
-// Random bytes everywhere; a float plane gets whole numbers, so that no NaN appears.
-void fillImage(TestImage& image, std::mt19937& rng) {
-    tav_sr2_Image& img = image.img;
-    for (size_t i = 0; i < image.bytes(); ++i)
-        img.plane[0][i] = (uint8_t)rng();
-    if (img.format != TAV_SR2_FMT_FLOAT) return;
-    for (int32_t y = 0; y < img.height; ++y) {
-        for (int32_t x = 0; x < img.width; ++x) {
-            const float f = (float)(int32_t)(rng() % 2001) - 1000.0f;
-            memcpy(img.plane[0] + y * img.pitch[0] + 4 * x, &f, 4);
-        }
-    }
-}
-
 // ---- reference ---------------------------------------------------------------------------------
 
 // Where the filtered samples of a format sit in a row of plane 0, worked out from the format's
@@ -144,7 +128,7 @@ void checkKey(tav_sr2_MemPool* pool, tav_sr2_ThreadPool* tp, int32_t src_format,
                      << src_format << "," << dst_format << (in_place ? " in place " : " ") << w
                      << "x" << h << (max ? " max" : " min"));
         TestImage src(pool, w, h, src_format);
-        fillImage(src, rng);
+        src.randomize(rng);
         const std::vector<uint8_t> input = src.snapshot();
         if (in_place) {
             ASSERT_EQ(runFilter(&filter, &src.img, &src.img, max), TAV_OK);
@@ -152,7 +136,7 @@ void checkKey(tav_sr2_MemPool* pool, tav_sr2_ThreadPool* tp, int32_t src_format,
                                                       src.img.pitch[0], dst_format, w, h, max));
         } else {
             TestImage dst(pool, w, h, dst_format);
-            fillImage(dst, rng);
+            dst.randomize(rng);
             const std::vector<uint8_t> before = dst.snapshot();
             ASSERT_EQ(runFilter(&filter, &src.img, &dst.img, max), TAV_OK);
             EXPECT_EQ(dst.snapshot(), referenceFilter(input, src.img.pitch[0], src_format, before,
@@ -290,7 +274,7 @@ TEST(RankFilter, AllocationFailuresAreReportedAndLeakNothing) {
         tav_sr2_RankFilter filter;
         tav_sr2_RankFilter_init(&filter, &heap.pool, tp);
         TestImage image(&heap.pool, 21, 300, TAV_SR2_FMT_YUV420_SEMIPLANAR);
-        fillImage(image, rng);
+        image.randomize(rng);
         const std::vector<uint8_t> input = image.snapshot();
         const uint32_t in_use = tav_sr2_MemPool_inUse(&heap.pool);
         tav_sr2_MemPool_injectFailure(0, false);
@@ -322,7 +306,7 @@ TEST(RankFilter, RefusedCallsWriteNothing) {
     TestImage narrow(&heap.pool, 7, 6, TAV_SR2_FMT_UINT8);
     TestImage wide(&heap.pool, 8, 6, TAV_SR2_FMT_UINT8);
     for (TestImage* t : {&a, &b, &narrow, &wide})
-        fillImage(*t, rng);
+        t->randomize(rng);
     const std::vector<uint8_t> b_before = b.snapshot(), narrow_before = narrow.snapshot();
     const std::vector<uint8_t> a_before = a.snapshot();
     TestImage c(&heap.pool, 8, 6, TAV_SR2_FMT_YUV420_SEMIPLANAR);
