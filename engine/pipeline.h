@@ -11,6 +11,7 @@
 #include "foundation/image.h"
 #include "foundation/mem_pool.h"
 #include "foundation/status.h"
+#include "foundation/stopwatch.h"
 
 struct tav_sr2_TaskSys;
 struct tav_sr2_ThreadPool;
@@ -73,6 +74,9 @@ struct tav_sr2_Pipeline {
     // Faces after filtering, in crop coordinates; the engine fills them.
     tav_sr2_Rect internal_face_rects[TAV_SR2_MAX_FACES];
     int32_t internal_face_num;
+
+    // Times one tav_sr2_Pipeline_process against the run limit; its block lives only during it.
+    tav_sr2_Stopwatch run_timer;
 };
 
 // Clears the record, binds the borrowed objects and binds every image record to the pool.
@@ -110,3 +114,18 @@ float tav_sr2_Pipeline_deblurWeight(const sr_tunning_param* tuning);
 
 // Row parameter (texture slots) the GPU context is prepared with.
 static const int32_t TAV_SR2_PIPELINE_GPU_ROWS = 24;
+
+// The main loop of a run, on the frames taken in, ordered and aligned: merges them into
+// accum_image at the internal size, improves that in place and scales its valid window into the
+// output. TAV_ERROR_PARAM without a record or an output; TAV_ERROR_UNSUPPORTED when the first
+// frame is not a semi-planar 8- or 10-bit frame; TAV_ERROR_MALLOC when the run's timer or
+// images cannot be had; TAV_ERROR_TIMEOUT when the run passed its limit (the output is written
+// all the same). Failures of the stages after the images are dropped. Every return sets
+// restart_pending.
+uint32_t tav_sr2_Pipeline_process(tav_sr2_Pipeline* self);
+// The image the run writes to; borrowed. Never fails.
+uint32_t tav_sr2_Pipeline_setOutput(tav_sr2_Pipeline* self, tav_sr2_Image* image);
+
+// The size frames are merged at: internal_zoom_ratio times the area of interest, truncated, the
+// lowest bit cleared.
+void tav_sr2_Pipeline_internalSize(const tav_sr2_Pipeline* self, int32_t* width, int32_t* height);

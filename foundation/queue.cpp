@@ -16,6 +16,9 @@ uint32_t waitWhile(tav_sr2_Cond* cond, int32_t timeout_ms, Blocked blocked) {
         if (timeout_ms == 0) return TAV_ERROR_STATE;
         uint32_t status =
             timeout_ms < 0 ? tav_sr2_Cond_wait(cond) : tav_sr2_Cond_timedWait(cond, timeout_ms);
+        // A waiter whose time runs out as it is signalled must still take its turn, or the
+        // wake-up chain of its side stops with it.
+        if (status == TAV_ERROR_TIMEOUT && !blocked()) return TAV_OK;
         if (status != TAV_OK) return status;
     }
     return TAV_OK;

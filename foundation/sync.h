@@ -4,7 +4,8 @@
 // function pointers, so that a phone build and a host build differ only in sync.cpp. A record
 // that was cleared with its _setEmpty (or never created) answers every call with
 // TAV_ERROR_STATE, so a scheduler that has been stopped fails softly instead of touching freed
-// memory. Platform failures are TAV_ERROR_BUFFER (0xC0000000).
+// memory; so does a record that was only zeroed. Platform failures are TAV_ERROR_BUFFER
+// (0xC0000000).
 //
 // The records are plain data (no constructors), so they can sit in zeroed memory. Shared
 // counters elsewhere in the foundation are plain integers touched through the atomic helpers
@@ -71,17 +72,19 @@ void tav_sr2_Mutex_setEmpty(tav_sr2_Mutex* m, tav_sr2_MemPool* pool);
 // when the platform refuses. On failure the record is left empty.
 uint32_t tav_sr2_Mutex_create(tav_sr2_Mutex* m, tav_sr2_MemPool* pool, int32_t kind);
 
+// A record that was only zeroed (never set up, or cleared by its owner's _finish) has no
+// operations; it answers TAV_ERROR_STATE like an empty one.
 inline uint32_t tav_sr2_Mutex_tryLock(tav_sr2_Mutex* m) {
-    return m->tryLock(m);
+    return m->tryLock != nullptr ? m->tryLock(m) : TAV_ERROR_STATE;
 }
 inline uint32_t tav_sr2_Mutex_lock(tav_sr2_Mutex* m) {
-    return m->lock(m);
+    return m->lock != nullptr ? m->lock(m) : TAV_ERROR_STATE;
 }
 inline uint32_t tav_sr2_Mutex_unlock(tav_sr2_Mutex* m) {
-    return m->unlock(m);
+    return m->unlock != nullptr ? m->unlock(m) : TAV_ERROR_STATE;
 }
 inline uint32_t tav_sr2_Mutex_destroy(tav_sr2_Mutex* m) {
-    return m->destroy(m);
+    return m->destroy != nullptr ? m->destroy(m) : TAV_ERROR_STATE;
 }
 
 // ---- tav_sr2_Cond ----------------------------------------------------------------------------
@@ -108,19 +111,19 @@ uint32_t tav_sr2_Cond_create(tav_sr2_Cond* c, tav_sr2_MemPool* pool, tav_sr2_Mut
 timespec tav_sr2_Cond_deadline(timespec now, int32_t ms);
 
 inline uint32_t tav_sr2_Cond_wait(tav_sr2_Cond* c) {
-    return c->wait(c);
+    return c->wait != nullptr ? c->wait(c) : TAV_ERROR_STATE;
 }
 inline uint32_t tav_sr2_Cond_timedWait(tav_sr2_Cond* c, int32_t ms) {
-    return c->timedWait(c, ms);
+    return c->timedWait != nullptr ? c->timedWait(c, ms) : TAV_ERROR_STATE;
 }
 inline uint32_t tav_sr2_Cond_signal(tav_sr2_Cond* c) {
-    return c->signal(c);
+    return c->signal != nullptr ? c->signal(c) : TAV_ERROR_STATE;
 }
 inline uint32_t tav_sr2_Cond_broadcast(tav_sr2_Cond* c) {
-    return c->broadcast(c);
+    return c->broadcast != nullptr ? c->broadcast(c) : TAV_ERROR_STATE;
 }
 inline uint32_t tav_sr2_Cond_destroy(tav_sr2_Cond* c) {
-    return c->destroy(c);
+    return c->destroy != nullptr ? c->destroy(c) : TAV_ERROR_STATE;
 }
 
 // Bytes of platform object per record, as the budget formulas count them.

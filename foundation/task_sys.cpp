@@ -199,6 +199,7 @@ uint32_t tav_sr2_TaskSys_start(tav_sr2_TaskSys* ts) {
     resetTables(ts);
     memset(ts->nesting, 0, sizeof(ts->nesting));
     memset(ts->nesting_owner, 0, sizeof(ts->nesting_owner));
+    memset(ts->nesting_refused, 0, sizeof(ts->nesting_refused));
     ts->loop_waiters = 0;
     uint32_t status = createLocks(ts);
     if (status == TAV_OK) {

@@ -243,9 +243,11 @@ struct tav_sr2_TaskSys {
     int32_t thread_counter;                                     // atomic: next worker index
     int32_t reported;  // atomic: spawned threads that are up
 
-    // Per worker index, guarded by queue_lock: how deep the owner thread is in the loop.
+    // Per worker index, guarded by queue_lock: how deep the owner thread is in the loop, and
+    // how many other threads were turned away since (they must hear when the index frees).
     int32_t nesting[TAV_SR2_TASK_MAX_WORKERS];
     uint64_t nesting_owner[TAV_SR2_TASK_MAX_WORKERS];
+    int32_t nesting_refused[TAV_SR2_TASK_MAX_WORKERS];
     int32_t loop_waiters;  // waiters sleeping on work_ready, guarded by queue_lock
 
     tav_sr2_Mutex slot_lock;   // slot table and dependencies

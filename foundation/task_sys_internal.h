@@ -37,7 +37,9 @@ int32_t workerIndexOf(const tav_sr2_TaskSys* ts);
 // Claims worker index `wi` for this thread, or nests in it; false when another thread is inside
 // under that index.
 bool enterIndex(tav_sr2_TaskSys* ts, int32_t wi);
-void leaveIndex(tav_sr2_TaskSys* ts, int32_t wi);
+// Leaves `wi`. True when the index is now free and a thread was turned away from it meanwhile:
+// the caller must then broadcast task_done (under slot_lock) so that thread can take it.
+bool leaveIndex(tav_sr2_TaskSys* ts, int32_t wi);
 
 // The worker loop. mode 0: a spawned worker, until the end marker. mode > 0: a waiter for the
 // `mode` ids. mode < 0: a waiter until every submitted task has started.

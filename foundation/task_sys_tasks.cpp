@@ -6,8 +6,9 @@
 // moves on when the slot is freed, so an old id never reaches a new task: it simply counts as
 // finished. Completion ORs the result into the dependents, queues those that became ready and
 // frees the slot when no caller holds the id. wait makes a worker caller help in the worker loop
-// and otherwise sleeps on task_done, each sleep bounded by wait_ms. result/retain/release give
-// TAV_ERROR_STATE for a stale id.
+// and otherwise sleeps on task_done, each sleep bounded by wait_ms; a thread turned away because
+// another one works under the same worker index is woken when that index frees, and takes it
+// over. result/retain/release give TAV_ERROR_STATE for a stale id.
 #include <string.h>
 
 #include "foundation/task_sys_internal.h"
@@ -30,22 +31,38 @@ int32_t nodesNeeded(tav_sr2_TaskSys* ts, int32_t dep_count, const uint32_t* deps
     return needed;
 }
 
-// With slot_lock held: waits until a slot may have become free. A worker runs one step of the
-// loop instead when work is ready. TAV_ERROR_TIMEOUT after wait_ms without any completion.
-uint32_t waitForRoom(tav_sr2_TaskSys* ts) {
+// A free slot, and dependency nodes for every open dependency. slot_lock held.
+bool hasRoom(tav_sr2_TaskSys* ts, int32_t dep_count, const uint32_t* deps) {
+    return ts->free_slots > 0 && nodesNeeded(ts, dep_count, deps) <= ts->free_dep_count;
+}
+
+// With slot_lock held: waits until there may be room. A worker runs one step of the loop
+// instead when work is ready. TAV_ERROR_TIMEOUT after wait_ms without any completion.
+uint32_t waitForRoom(tav_sr2_TaskSys* ts, int32_t dep_count, const uint32_t* deps) {
     int32_t wi = workerIndexOf(ts);
     if (wi >= 0) {
         tav_sr2_Mutex_unlock(&ts->slot_lock);
         // Only the thread that holds the index may work under it.
-        bool did = false;
+        bool did = false, wake = false;
         if (enterIndex(ts, wi)) {
             did = workerStep(ts, wi);
-            leaveIndex(ts, wi);
+            wake = leaveIndex(ts, wi);
         }
         tav_sr2_Mutex_lock(&ts->slot_lock);
-        if (did) return TAV_OK;
+        if (wake) tav_sr2_Cond_broadcast(&ts->task_done);
+        // Completions while slot_lock was free broadcast to nobody: look before sleeping.
+        if (did || hasRoom(ts, dep_count, deps)) return TAV_OK;
     }
     return tav_sr2_Cond_timedWait(&ts->task_done, ts->active.wait_ms);
+}
+
+// Leaves worker index `wi` and, when a thread was turned away from it meanwhile, wakes it so
+// that it can take the index over. slot_lock not held.
+void leaveAndHandOver(tav_sr2_TaskSys* ts, int32_t wi) {
+    if (!leaveIndex(ts, wi)) return;
+    tav_sr2_Mutex_lock(&ts->slot_lock);
+    tav_sr2_Cond_broadcast(&ts->task_done);
+    tav_sr2_Mutex_unlock(&ts->slot_lock);
 }
 
 tav_sr2_TaskSlot* takeSlot(tav_sr2_TaskSys* ts) {
@@ -72,9 +89,11 @@ tav_sr2_TaskSlot* takeSlot(tav_sr2_TaskSys* ts) {
     return s;
 }
 
+// slot_lock held. Wakes adders that wait for a slot (completion broadcasts anyway; a release
+// frees slots too).
 void freeSlot(tav_sr2_TaskSys* ts, tav_sr2_TaskSlot* s) {
     tav_sr2_atomicStore(&s->id, s->id + 1);
-    ++ts->free_slots;
+    if (ts->free_slots++ == 0) tav_sr2_Cond_broadcast(&ts->task_done);
 }
 
 // Puts `t` behind each unfinished dependency; a finished one passes its result on at once.
@@ -110,9 +129,9 @@ uint32_t addSlot(tav_sr2_TaskSys* ts, tav_sr2_TaskEntryFn fn, void* arg, int32_t
                  int32_t dep_count, const uint32_t* deps, uint32_t* out_id) {
     uint32_t status = tav_sr2_Mutex_lock(&ts->slot_lock);
     if (status != TAV_OK) return status;
-    while (ts->free_slots == 0 || nodesNeeded(ts, dep_count, deps) > ts->free_dep_count) {
-        status = waitForRoom(ts);
-        if (status != TAV_OK) {
+    while (!hasRoom(ts, dep_count, deps)) {
+        status = waitForRoom(ts, dep_count, deps);
+        if (status != TAV_OK && !hasRoom(ts, dep_count, deps)) {
             tav_sr2_Mutex_unlock(&ts->slot_lock);
             return status;
         }
@@ -271,13 +290,12 @@ uint32_t tav_sr2_TaskSys_wait(tav_sr2_TaskSys* ts, int32_t id_count, const uint3
     if (!tav_sr2_atomicLoad(&ts->running)) return TAV_ERROR_STATE;
     int32_t mode = id_count > 0 ? id_count : -1;
     int32_t wi = workerIndexOf(ts);
-    bool helping = wi >= 0 && enterIndex(ts, wi);
     uint32_t status = tav_sr2_Mutex_lock(&ts->slot_lock);
-    if (status != TAV_OK) {
-        if (helping) leaveIndex(ts, wi);
-        return status;
-    }
+    if (status != TAV_OK) return status;
+    bool helping = false;
     while (!goalMet(ts, mode, ids)) {
+        // Another thread may be inside under our index; it wakes us when it leaves.
+        if (!helping && wi >= 0) helping = enterIndex(ts, wi);
         if (helping) {
             tav_sr2_Mutex_unlock(&ts->slot_lock);
             workerLoop(ts, wi, mode, ids);
@@ -291,7 +309,7 @@ uint32_t tav_sr2_TaskSys_wait(tav_sr2_TaskSys* ts, int32_t id_count, const uint3
         }
     }
     tav_sr2_Mutex_unlock(&ts->slot_lock);
-    if (helping) leaveIndex(ts, wi);
+    if (helping) leaveAndHandOver(ts, wi);
     return status;
 }
 

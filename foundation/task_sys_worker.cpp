@@ -199,7 +199,10 @@ void spreadRows(tav_sr2_TaskRange* pairs, int32_t w, int32_t count, bool dynamic
 bool idsDone(tav_sr2_TaskSys* ts, int32_t count, const uint32_t* ids) {
     for (int32_t k = 0; k < count; ++k) {
         tav_sr2_TaskSlot* s = liveSlot(ts, ids[k]);
-        if (s != nullptr && !isFinished(s)) return false;
+        if (s == nullptr || isFinished(s)) continue;
+        // Without slot_lock the slot may have been freed and taken by a new task between the
+        // two reads; then its id has moved on and the task we wait for is finished.
+        if (tav_sr2_atomicLoad(&s->id) == ids[k]) return false;
     }
     return true;
 }
@@ -242,15 +245,19 @@ bool enterIndex(tav_sr2_TaskSys* ts, int32_t wi) {
     if (free) {
         ++ts->nesting[wi];
         ts->nesting_owner[wi] = self;
+    } else {
+        ++ts->nesting_refused[wi];
     }
     tav_sr2_Mutex_unlock(&ts->queue_lock);
     return free;
 }
 
-void leaveIndex(tav_sr2_TaskSys* ts, int32_t wi) {
+bool leaveIndex(tav_sr2_TaskSys* ts, int32_t wi) {
     tav_sr2_Mutex_lock(&ts->queue_lock);
-    --ts->nesting[wi];
+    bool wake = --ts->nesting[wi] == 0 && ts->nesting_refused[wi] > 0;
+    if (wake) ts->nesting_refused[wi] = 0;
     tav_sr2_Mutex_unlock(&ts->queue_lock);
+    return wake;
 }
 
 void workerLoop(tav_sr2_TaskSys* ts, int32_t wi, int32_t mode, const uint32_t* ids) {

@@ -6,7 +6,8 @@
 // tav_sr2_TaskType_call task on the copy; list entries are claimed by compare-and-swap, so a
 // full list is TAV_ERROR_STATE and out of memory TAV_ERROR_MALLOC. join walks the list in post
 // order: wait, result (ORed), release, free the copy; the first failure stops the walk. finish
-// cancels, joins and frees, keeping the pool and the settings for a restart.
+// cancels, joins and frees, keeping the pool and the settings for a restart; after a failed join
+// it gives back the copies of jobs that finished or were dropped.
 #include "foundation/thread_pool.h"
 
 #include <string.h>
@@ -100,6 +101,30 @@ uint32_t joinBound(tav_sr2_ThreadPool* tp) {
     return result;
 }
 
+// After a failed join: gives back what the jobs left behind. A finished job is released; the
+// copy of a job whose task no longer exists (the scheduler was stopped, which drops its tasks)
+// is freed too. A job still unfinished keeps its copy and the list, since its task may yet read
+// both: false then, and the list must stay.
+bool dropLeftJobs(tav_sr2_ThreadPool* tp) {
+    tav_sr2_PoolJobList* list = tp->jobs;
+    int32_t n = tav_sr2_atomicLoad(&list->count);
+    bool all = true;
+    for (int32_t i = 0; i < n; ++i) {
+        uint32_t id = list->ids[i], ignored = 0;
+        uint32_t state =
+            id == 0 ? TAV_ERROR_STATE : tav_sr2_TaskSys_result(list->task_sys, id, 0, &ignored);
+        if (state == TAV_SR2_TASK_UNFINISHED) {
+            all = false;
+            continue;
+        }
+        if (state == TAV_OK) tav_sr2_TaskSys_release(list->task_sys, id);
+        tav_sr2_MemPool_free(tp->pool, list->calls[i].arg);
+        list->calls[i].arg = nullptr;
+        list->ids[i] = 0;
+    }
+    return all;
+}
+
 // Clears the state and keeps the pool and the settings.
 void clearState(tav_sr2_ThreadPool* tp) {
     tav_sr2_ThreadPool keep = *tp;
@@ -170,7 +195,7 @@ uint32_t tav_sr2_ThreadPool_finish(tav_sr2_ThreadPool* tp) {
     tav_sr2_ThreadPool_cancel(tp);
     uint32_t status = tav_sr2_ThreadPool_join(tp);
     if (isBound(tp)) {
-        tav_sr2_MemPool_free(tp->pool, tp->jobs);
+        if (status == TAV_OK || dropLeftJobs(tp)) tav_sr2_MemPool_free(tp->pool, tp->jobs);
     } else {
         tav_sr2_ThreadPool_finishOwn(tp);
     }

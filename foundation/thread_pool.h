@@ -92,7 +92,9 @@ uint32_t tav_sr2_ThreadPool_parallelFor(tav_sr2_ThreadPool* tp, tav_sr2_ForFn fn
 // Sets `stopping`: later posts are refused and own-mode jobs not yet started are skipped.
 uint32_t tav_sr2_ThreadPool_cancel(tav_sr2_ThreadPool* tp);
 // Cancels, joins, stops own threads and frees everything; pool and settings stay, so the pool
-// can start again. Returns the join's value.
+// can start again. Returns the join's value. After a failed join (a time-out) a job that is
+// still unfinished keeps its argument copy and the job list, which its task may yet read: the
+// memory pool then reports them as a leak.
 uint32_t tav_sr2_ThreadPool_finish(tav_sr2_ThreadPool* tp);
 // Workers a job list is spread over: the scheduler's thread_count in bound mode, own threads
 // plus the caller in own mode, 1 for a null pool.

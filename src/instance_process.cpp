@@ -18,9 +18,9 @@
 #include <time.h>
 
 #include "engine/frame_intake.h"
+#include "engine/process.h"
 #include "foundation/status.h"
 #include "src/com_format_names.h"
-#include "src/engine_pending.h"
 #include "src/keld_log.h"
 #include "src/tavrin_internal_keld.h"
 
@@ -46,17 +46,6 @@ int64_t nowMs(int32_t level) {
 void logTimeSpent(int32_t level, const char* step, int64_t since_ms) {
     TavrinKELD_logDebug(level, "[%s] #Time Spending: %d ms", step,
                         static_cast<int32_t>(nowMs(level) - since_ms));
-}
-
-// INTERIM (src/engine_pending.h): while the engine has no main loop, the run fails like an engine
-// that refuses it.
-uint32_t missingEntry(const char* name) {
-    __android_log_print(ANDROID_LOG_ERROR, TAVRIN_KELD_LOG_TAG,
-                        "interim: engine entry point %s is not linked", name);
-    return TAV_ERROR_GENERIC;
-}
-uint32_t engineProcess(tav_sr2_Engine** engine, const tavrin_KELD_Image* output) {
-    return tav_sr2_process ? tav_sr2_process(engine, output) : missingEntry("tav_sr2_process");
 }
 
 // Copies min(want, have) bytes: the output's plane may be larger than the frame's.
@@ -231,10 +220,10 @@ void runEngine(tavrin_KELD_Obj* obj, int32_t g, const tavrin_KELD_Image* output)
     uint32_t status;
     if (obj->ev_num == 1) {
         TavrinKELD_logDebug(level, "%s SR Process ....", kProcessStep);
-        status = engineProcess(&obj->sr_engine, output);
+        status = tav_sr2_process(&obj->sr_engine, output);
     } else {
         // Without multi-group fusion a group's result replaces its first frame.
-        status = engineProcess(&obj->sr_engine, &obj->input_images[g][0]);
+        status = tav_sr2_process(&obj->sr_engine, &obj->input_images[g][0]);
         // The group output dump (mask 3) arrives with the dump writer.
     }
     if (status != TAV_OK) {

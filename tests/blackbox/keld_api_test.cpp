@@ -461,9 +461,7 @@ TEST_F(KeldApi, UninitClearsTheHandle) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Whole runs: they need the engine's frame intake and main loop.
-
-constexpr char kEnginePending[] = "interim: engine entry point";
+// Whole runs through the engine.
 
 double meanAbsDiff(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b, size_t n) {
     double sum = 0;
@@ -492,15 +490,18 @@ TEST_F(KeldApi, WholeRunWritesTheOutput) {
     testing::internal::CaptureStderr();
     const uint64_t status = TavrinKELD_process(&handle_, &output, &result);
     const std::string log = testing::internal::GetCapturedStderr();
-    if (contains(log, kEnginePending)) GTEST_SKIP() << "engine cannot process yet:\n" << log;
 
     EXPECT_EQ(status, TAV_OK);
     EXPECT_EQ(log, "") << log;
     EXPECT_GE(result.base_id, 0);
     EXPECT_LT(result.base_id, 4);
-    // The result is the scene: close to the base frame, and far from the zeroed buffer.
+    // The result is the scene: close to the base frame, and far from the zeroed buffer. The run
+    // enlarges the window that all frames cover, 2 pixels inside each border here, to the whole
+    // output (0.6 %, up to 2 pixels of shift at the borders): on this hard-edged scene that alone
+    // costs about 14 levels of mean difference.
     const size_t luma = 640 * 480;
-    EXPECT_LT(meanAbsDiff(out.pixels, frames[0].pixels, luma), 12.0);
+    const size_t base = size_t(std::clamp(result.base_id, 0, 3));
+    EXPECT_LT(meanAbsDiff(out.pixels, frames[base].pixels, luma), 20.0);
     const std::vector<uint8_t> zeros(luma, 0);
     EXPECT_GT(meanAbsDiff(out.pixels, zeros, luma), 60.0);
     // The instance takes a new burst.
@@ -530,8 +531,8 @@ TEST_F(KeldApi, WholeRunWithSuperZoomFillsTheLargerOutput) {
     testing::internal::CaptureStderr();
     const uint64_t status = TavrinKELD_process(&handle_, &output, nullptr);
     const std::string log = testing::internal::GetCapturedStderr();
-    if (contains(log, kEnginePending)) GTEST_SKIP() << "engine cannot process yet";
     EXPECT_EQ(status, TAV_OK);
+    EXPECT_EQ(log, "") << log;
     // Every quarter of the output holds picture, not the zeros it started with.
     for (int32_t qy = 0; qy < 2; qy++) {
         for (int32_t qx = 0; qx < 2; qx++) {

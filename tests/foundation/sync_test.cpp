@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <string.h>
 
 #include <atomic>
 #include <chrono>
@@ -68,6 +69,17 @@ TEST(MutexTest, KindsStatusesAndEmptyRecords) {
     TestPool tiny(64);  // room for no platform mutex
     EXPECT_EQ(tav_sr2_Mutex_create(&m, &tiny.pool, TAV_SR2_MUTEX_RECURSIVE), TAV_ERROR_MALLOC);
     EXPECT_EQ(tav_sr2_Mutex_lock(&m), TAV_ERROR_STATE);
+
+    // Records that were only zeroed, as an owner's _finish leaves them, answer the same.
+    tav_sr2_Mutex zero_m;
+    tav_sr2_Cond zero_c;
+    memset((void*)&zero_m, 0, sizeof(zero_m));
+    memset((void*)&zero_c, 0, sizeof(zero_c));
+    EXPECT_EQ(tav_sr2_Mutex_lock(&zero_m), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_Mutex_tryLock(&zero_m), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_Mutex_destroy(&zero_m), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_Cond_timedWait(&zero_c, 1), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_Cond_broadcast(&zero_c), TAV_ERROR_STATE);
 }
 
 TEST(MutexTest, BothKindsExcludeUnderContention) {

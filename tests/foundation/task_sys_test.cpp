@@ -246,11 +246,6 @@ TEST(TaskSysTest, RemainderIsSpreadEvenly) {
             ASSERT_EQ(begin, count);
         }
     }
-    tav_sr2_task::spreadRows(pairs, 4, 10, false);
-    EXPECT_EQ(pairs[0].end - pairs[0].begin, 2);
-    EXPECT_EQ(pairs[1].end - pairs[1].begin, 3);
-    EXPECT_EQ(pairs[2].end - pairs[2].begin, 2);
-    EXPECT_EQ(pairs[3].end - pairs[3].begin, 3);
     tav_sr2_task::spreadRows(pairs, 4, 10, true);
     EXPECT_EQ(pairs[0].begin, 0);
     EXPECT_EQ(pairs[0].end, 10);
@@ -412,11 +407,18 @@ TEST(TaskSysTest, FullSlotTableTimesOutAndStaleIdsAreHarmless) {
     EXPECT_EQ(tav_sr2_TaskSys_retain(s, events[0]), TAV_OK);
     EXPECT_EQ(tav_sr2_TaskSys_release(s, events[0]), TAV_OK);
     EXPECT_EQ(s->free_slots, 0);  // still held
-    EXPECT_EQ(tav_sr2_TaskSys_release(s, events[0]), TAV_OK);
-    EXPECT_EQ(s->free_slots, 1);
 
-    // The one free slot is reused under a new id; the old id names nothing now.
+    // An adder that waits for a slot hears the release that frees one, rather than sitting out
+    // wait_ms. The one free slot is reused under a new id; the old id names nothing now.
+    s->active.wait_ms = 20000;
+    std::thread releaser([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(tav_sr2_TaskSys_release(s, events[0]), TAV_OK);
+    });
+    t0 = std::chrono::steady_clock::now();
     ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &call, 0, nullptr, &id), TAV_OK);
+    EXPECT_LT(msSince(t0), 10000.0);
+    releaser.join();
     EXPECT_EQ(id & TAV_SR2_TASK_ID_MASK, events[0] & TAV_SR2_TASK_ID_MASK);
     EXPECT_NE(id, events[0]);
     EXPECT_EQ(tav_sr2_TaskSys_wait(s, 1, &id), TAV_OK);
@@ -605,6 +607,43 @@ TEST(TaskSysTest, NestedWaitsAndASecondCallerThread) {
         tav_sr2_TaskSys_release(s, id);
 }
 
+// One worker, two callers. The other thread ends the test thread's wait and at once runs rows
+// of its own; the test thread, still under worker 0, turns it away and then leaves without
+// running them. The turned-away thread must take worker 0 over when it frees, not sit out
+// wait_ms and time out.
+TEST(TaskSysTest, TurnedAwayCallerTakesTheIndexOver) {
+    for (int rep = 0; rep < 5; ++rep) {
+        Sys s;
+        s.config().wait_ms = 20000;
+        ASSERT_EQ(s.start(1), TAV_OK);
+        Probe probe;
+        tav_sr2_TaskCall mark = {markInside, &probe};
+        uint32_t ids[2];
+        ASSERT_EQ(tav_sr2_TaskSys_addEvent(s, &ids[0]), TAV_OK);
+        ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &mark, 0, nullptr, &ids[1]),
+                  TAV_OK);
+        Rows rows(20);
+        uint32_t other_status = 1;
+        double other_ms = 0;
+        std::thread other([&] {
+            while (probe.inside.load() == 0)
+                std::this_thread::yield();
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));  // it sleeps in its wait
+            tav_sr2_TaskSys_setEvent(s, ids[0], 0);
+            auto t0 = std::chrono::steady_clock::now();
+            other_status = tav_sr2_TaskSys_run(s, &kRecordRows, &rows, 20);
+            other_ms = msSince(t0);
+        });
+        EXPECT_EQ(tav_sr2_TaskSys_wait(s, 2, ids), TAV_OK);
+        other.join();
+        EXPECT_EQ(other_status, TAV_OK);
+        EXPECT_LT(other_ms, 10000.0);
+        EXPECT_TRUE(rows.allOnce());
+        for (uint32_t id : ids)
+            EXPECT_EQ(tav_sr2_TaskSys_release(s, id), TAV_OK);
+    }
+}
+
 struct SlowJob {
     std::atomic<int> started{0};
 };
@@ -670,6 +709,13 @@ TEST(TaskSysTest, WaitTimeOutStopAndRestart) {
     EXPECT_TRUE(rows.allOnce());
     EXPECT_EQ(tav_sr2_TaskSys_wait(s, 1, &a), TAV_OK);  // stale after the restart
     EXPECT_EQ(calls.load(), 0);
+
+    // A finished record is cleared: its operations answer a bad state and touch nothing.
+    EXPECT_EQ(tav_sr2_TaskSys_finish(s), TAV_OK);
+    uint32_t out = 0;
+    EXPECT_EQ(tav_sr2_TaskSys_result(s, a, 0, &out), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_TaskSys_release(s, a), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_TaskSys_wait(s, 1, &a), TAV_ERROR_STATE);
 }
 
 // ---- start failures -----------------------------------------------------------------------------

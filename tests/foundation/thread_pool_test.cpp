@@ -144,6 +144,22 @@ TEST(ThreadPoolTest, BoundLimitsAndFailures) {
     EXPECT_EQ(tav_sr2_ThreadPool_join(&b.tp), TAV_OK);
 }
 
+// One worker: posted jobs wait for the join. A scheduler stopped before it drops them; the
+// join reports the stop, and finish still gives their copies back to the pool.
+TEST(ThreadPoolTest, FinishFreesCopiesOfJobsAStoppedSchedulerDropped) {
+    Bound b(1);
+    ASSERT_EQ(tav_sr2_ThreadPool_start(&b.tp, 64, 64), TAV_OK);
+    uint32_t idle = b.pool.inUse();
+    uint32_t value = 5;
+    for (int i = 0; i < 3; ++i)
+        ASSERT_EQ(tav_sr2_ThreadPool_post(&b.tp, returnsArgument, &value, 4), TAV_OK);
+    EXPECT_GT(b.pool.inUse(), idle);
+    EXPECT_EQ(tav_sr2_TaskSys_stop(b.ts.get()), TAV_OK);
+    EXPECT_EQ(tav_sr2_ThreadPool_join(&b.tp), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_ThreadPool_finish(&b.tp), TAV_ERROR_STATE);
+    EXPECT_EQ(b.pool.inUse(), 0u);
+}
+
 TEST(ThreadPoolTest, NullPoolRunsOnTheCaller) {
     uint32_t value = 0x1234;
     EXPECT_EQ(tav_sr2_ThreadPool_post(nullptr, returnsArgument, &value, 4), 0x1234u);

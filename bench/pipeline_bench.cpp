@@ -1,0 +1,151 @@
+// A whole engine run as the instance layer makes it: init in a buffer of exactly the budget,
+// start, 8 frames of 4000 x 3000 (YUV420_SEMIPLANAR) taken in, the run at zoom 2, finish; with
+// the stages built so far. The reference, timed in the same program, is the least any run must
+// do: one bilinear enlargement of the zoom window (2000 x 1500, luma and chroma) to the output.
+// Counter "MP/s": output megapixels per second. Argument: workers, the caller included.
+//
+//   tavrin_bench --benchmark_filter=Pipeline
+#include <benchmark/benchmark.h>
+#include <stdlib.h>
+
+#include <memory>
+#include <vector>
+
+#include "engine/buffer_budget.h"
+#include "engine/engine.h"
+#include "engine/frame_intake.h"
+#include "engine/process.h"
+#include "enhance/resize.h"
+
+namespace {
+
+constexpr int32_t kWidth = 4000, kHeight = 3000, kFrames = 8;
+constexpr float kZoom = 2.0f;
+
+struct FreeDeleter {
+    void operator()(void* p) const { free(p); }
+};
+
+// A burst of shaded frames, each moved by a pixel against the one before.
+struct Burst {
+    std::vector<std::vector<uint8_t>> pixels;
+    std::vector<tavrin_KELD_Image> records;
+    Burst() {
+        const size_t luma = size_t(kWidth) * kHeight;
+        for (int32_t f = 0; f < kFrames; ++f) {
+            std::vector<uint8_t> p(luma * 3 / 2);
+            for (int32_t y = 0; y < kHeight; ++y) {
+                for (int32_t x = 0; x < kWidth; ++x) {
+                    const int32_t sx = x + f, sy = y + f / 2;
+                    p[size_t(y) * kWidth + x] = uint8_t((sx * 3 + sy) / 7 + ((sx ^ sy) & 31));
+                }
+            }
+            for (size_t i = luma; i < p.size(); ++i)
+                p[i] = uint8_t(128 + (i % 17));
+            pixels.push_back(std::move(p));
+        }
+        for (std::vector<uint8_t>& p : pixels) {
+            records.push_back(
+                {kWidth, kHeight, p.data(), p.data() + luma, nullptr, kWidth, kWidth, 0});
+        }
+    }
+};
+
+const Burst& burst() {
+    static const Burst b;
+    return b;
+}
+
+void BM_PipelineWholeRun(benchmark::State& state) {
+    const int32_t workers = int32_t(state.range(0));
+    const Burst& b = burst();
+    const int32_t budget = tav_sr2_getBufferSize(kWidth, kHeight, kWidth, kHeight, kFrames, kFrames,
+                                                 "YUV420_SEMIPLANAR", kZoom);
+    std::unique_ptr<uint8_t, FreeDeleter> buffer(
+        static_cast<uint8_t*>(aligned_alloc(64, (size_t(budget) + 63) & ~size_t(63))));
+    std::vector<uint8_t> out(size_t(kWidth) * kHeight * 3 / 2);
+    const tavrin_KELD_Image output = {kWidth,  kHeight, out.data(), out.data() + kWidth * kHeight,
+                                      nullptr, kWidth,  kWidth,     0};
+    for (auto _ : state) {
+        tav_sr2_Engine* e = nullptr;
+        uint32_t status = tav_sr2_init(&e, buffer.get(), budget, kWidth, kHeight, kWidth, kHeight,
+                                       kFrames, kFrames, workers, "YUV420_SEMIPLANAR", kZoom);
+        status |= tav_sr2_setCore(&e, 0, workers, 0);
+        status |= tav_sr2_start(&e);
+        for (const tavrin_KELD_Image& frame : b.records)
+            status |= tav_sr2_addImage(&e, &frame);
+        status |= tav_sr2_process(&e, &output);
+        status |= tav_sr2_finish(&e);
+        if (status != TAV_OK) {
+            state.SkipWithError("the run failed");
+            break;
+        }
+        benchmark::DoNotOptimize(out.data());
+    }
+    state.counters["MP/s"] = benchmark::Counter(double(kWidth) * kHeight * state.iterations() / 1e6,
+                                                benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_PipelineWholeRun)
+    ->Arg(1)
+    ->Arg(2)
+    ->Arg(4)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// The reference: the zoom window of one frame enlarged to the output, luma and chroma.
+void BM_PipelineReferenceResize(benchmark::State& state) {
+    const int32_t workers = int32_t(state.range(0));
+    const size_t bytes = size_t(64) << 20;
+    std::unique_ptr<max_align_t[]> region(new max_align_t[bytes / sizeof(max_align_t)]);
+    tav_sr2_MemPool pool = {};
+    tav_sr2_TaskSys* ts = static_cast<tav_sr2_TaskSys*>(calloc(1, sizeof(tav_sr2_TaskSys)));
+    tav_sr2_ThreadPool tp = {};
+    bool ok = tav_sr2_MemPool_init(&pool, region.get(), bytes) == TAV_OK;
+    tav_sr2_TaskSys_init(ts, &pool);
+    ts->config.thread_count = workers;
+    ok = ok && tav_sr2_TaskSys_start(ts) == TAV_OK;
+    tav_sr2_ThreadPool_init(&tp, &pool);
+    tp.task_sys = ts;
+    tp.thread_limit = workers;
+    ok = ok && tav_sr2_ThreadPool_start(&tp, 64, 64) == TAV_OK;
+    const tav_sr2_ImageCtx ctx = {&pool, &tp, ts};
+
+    std::vector<uint8_t> out(size_t(kWidth) * kHeight * 3 / 2);
+    const tavrin_KELD_Image& frame = burst().records[0];
+    tav_sr2_Image full, window, dst;
+    tav_sr2_Image_init(&full, &pool);
+    tav_sr2_Image_init(&dst, &pool);
+    uint8_t* in_planes[2] = {static_cast<uint8_t*>(frame.plane0),
+                             static_cast<uint8_t*>(frame.plane1)};
+    uint8_t* out_planes[2] = {out.data(), out.data() + kWidth * kHeight};
+    ok = ok && tav_sr2_Image_alloc(&full, kWidth, kHeight, in_planes,
+                                   TAV_SR2_FMT_YUV420_SEMIPLANAR) == TAV_OK;
+    ok = ok && tav_sr2_Image_alloc(&dst, kWidth, kHeight, out_planes,
+                                   TAV_SR2_FMT_YUV420_SEMIPLANAR) == TAV_OK;
+    ok = ok && tav_sr2_Image_crop(&window, &full, kWidth / 4, kHeight / 4, kWidth / 2,
+                                  kHeight / 2) == TAV_OK;
+    if (!ok) state.SkipWithError("setup failed");
+    for (auto _ : state) {
+        if (!ok) break;
+        if (tav_sr2_Image_resize(&ctx, &dst, &window) != TAV_OK) {
+            state.SkipWithError("resize failed");
+            break;
+        }
+        benchmark::DoNotOptimize(out.data());
+    }
+    state.counters["MP/s"] = benchmark::Counter(double(kWidth) * kHeight * state.iterations() / 1e6,
+                                                benchmark::Counter::kIsRate);
+    tav_sr2_Image_finish(&dst);
+    tav_sr2_Image_finish(&full);
+    tav_sr2_ThreadPool_finish(&tp);
+    tav_sr2_TaskSys_finish(ts);
+    free(ts);
+}
+BENCHMARK(BM_PipelineReferenceResize)
+    ->Arg(1)
+    ->Arg(2)
+    ->Arg(4)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+}  // namespace

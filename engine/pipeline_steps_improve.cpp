@@ -1,0 +1,94 @@
+// Stages 3 to 12 of a run: noise reduction, enhancement and, in super zoom, the dither, all in
+// place on accum_image and each under its tuning gate.
+//
+// tav_sr2_Pipeline_improve(self, plan): the stages in their fixed order with their log lines.
+//   The run timer is checked after stage 3 (when it is the place of dark_light_nr), after stage
+//   7, after each of stages 8, 9 and 10 that runs, and after stage 11 (when it is the place of
+//   dark_light_nr, whether or not the filter runs). The first check past the limit ends the
+//   stages and returns true. A stage that fails does not stop the run.
+//
+// STAGE PENDING marks a call site whose stage is not built yet: the gate is in place and the
+// comment names the call that goes there.
+#include "engine/pipeline_steps.h"
+#include "engine/run_limit.h"
+#include "foundation/log.h"
+
+namespace {
+
+bool timeUp(const tav_sr2_Pipeline* self, int32_t stage) {
+    return tav_sr2_RunLimit_passed(&self->run_timer, stage);
+}
+
+// dark_light_nr, at stage 3 or 11: plan->dark_light_runs runs, each filtering once with
+// gf_window2 and gf_eps2, and a second time when plan->dark_light_twice.
+void darkLightNr([[maybe_unused]] tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
+    if (plan->dark_light_runs > 0) {
+        // STAGE PENDING nr/ dark-light NR: dark_light_nr(self, &self->accum_image,
+        // gf_window2, gf_eps2) per run, twice per run when plan->dark_light_twice.
+    }
+}
+
+// Stages 4 to 7; returns whether the time check after stage 7 found the limit passed.
+bool denoise(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
+    if (plan->multiscale_ynr) {
+        // STAGE PENDING nr/ multiscale luma NR: multiscale_ynr(self, &self->accum_image,
+        // &self->nr_map, hfe_level, ynr_low_eps, ynr_high_eps), its 16-bit form for 52 and 53.
+    }
+    if (plan->chroma_nr_passes > 0) {
+        // STAGE PENDING nr/ chroma NR: tav_sr2_ChromaNR_run, num_nr_times_uv passes with
+        // noise_level_uv, denoise_uv_strength, nr_uv_window, and nr_map in the first pass.
+    }
+    if (plan->chroma_clip) {
+        // STAGE PENDING nr/ chroma low-frequency clip with c_nr_clip_sigma.
+    }
+    if (plan->hf_chroma_nr) {
+        // STAGE PENDING nr/ high-frequency chroma NR.
+    }
+    tav_sr2_log_i("sr process 4 : finish...\n");
+    return timeUp(self, 7);
+}
+
+// Stages 8 to 10; returns whether a time check after one of them found the limit passed.
+bool enhance(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
+    if (plan->unsharp) {
+        // STAGE PENDING enhance/ driver: tav_sr2_Enhance_run(self, &self->accum_image).
+        if (timeUp(self, 8)) return true;
+    }
+    tav_sr2_log_i("sr process 5 finish...\n");
+    if (plan->contrast) {
+        // STAGE PENDING enhance/ contrast: tav_sr2_ImageEffect_run with
+        // contrast_enhance_extra_arg and contrast_enhance_blur_sigma.
+        if (timeUp(self, 9)) return true;
+    }
+    tav_sr2_log_i("sr process 6 finish...\n");
+    if (plan->structure) {
+        // STAGE PENDING enhance/ structure: tav_sr2_ImageEffect_run in mode 4 with
+        // stucture_eps_low, stucture_eps_high and stucture_strength.
+    }
+    tav_sr2_log_i("sr process 8 finish...\n");
+    return plan->structure && timeUp(self, 10);
+}
+
+}  // namespace
+
+bool tav_sr2_Pipeline_improve(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
+    if (plan->dark_light_early) {
+        darkLightNr(self, plan);
+        tav_sr2_log_i("dark_light_nr_enable: sr process 3 dark_light_nr: finish...\n");
+        if (timeUp(self, 3)) return true;
+    }
+    if (denoise(self, plan)) return true;
+    if (enhance(self, plan)) return true;
+    if (!plan->dark_light_early) {
+        darkLightNr(self, plan);
+        tav_sr2_log_i("sr process 10 finish...\n");
+        if (timeUp(self, 11)) return true;
+    }
+    if (plan->super_zoom) {
+        // STAGE PENDING enhance/ dither: tav_sr2_Dither_run16 on accum_image with
+        // dither_noise_level, dither_pepper_noise_level, dither_uv_noise_level, dither_thr,
+        // dither_noise_mode, the maximum 255 and the depth 8.
+        tav_sr2_log_i("super zoom mode dither finish...\n");
+    }
+    return false;
+}

@@ -1,0 +1,191 @@
+// Steps 1 and 2 of a run: the run's images, and the merge of the frames into accum_image.
+//
+// tav_sr2_Pipeline_prepareImages(self, plan): accum_image at the internal size in the 10-bit
+//   form of the first frame's format (52 for 48, 53 for 49, 52 and 53 as they are), and for the
+//   CPU merge of 8-bit frames merge8_image in the frame's format. "sr process 1 init image:
+//   finish...\n" once both exist.
+// tav_sr2_Pipeline_mergeFrames(self, plan): accum_num 0; the three quarter-size maps; then each
+//   position of frame_order up to frame_count, stopping at an index above 11. The base frame (the
+//   first one merged) sets up the weights and lands in the merge target, enlarged when the run is
+//   zoomed, else copied. The maps are released after the loop. Whatever was merged, even when a
+//   later frame failed, goes on into accum_image (the 8-to-10-bit conversion of merge8_image,
+//   which is then released). Logs "sr process 2 merge images: finish...\n".
+//
+// INTERIM, while the subsystems they need are not built: the enlargement of the base frame is
+// the bilinear resize, not the pattern upscaler (merge/ upscaler); frames after the base are not
+// merged (merge/ ghost map, warp and blend); 10-bit frames, which only the GPU merge takes, are
+// placed straight into accum_image.
+#include <stdio.h>
+
+#include "engine/pipeline_steps.h"
+#include "enhance/image_ops.h"
+#include "enhance/resize.h"
+#include "foundation/depth_convert.h"
+#include "foundation/log.h"
+
+namespace {
+
+constexpr int32_t kFullWeight = 128;  // weight_sum of one fully trusted frame
+constexpr int32_t kLastFrameSlot = TAV_SR2_PIPELINE_FRAMES - 1;
+
+bool isFrame8(int32_t format) {
+    return format == TAV_SR2_FMT_YUV420_SEMIPLANAR || format == TAV_SR2_FMT_YVU420_SEMIPLANAR;
+}
+
+bool isFrame10(int32_t format) {
+    return format == TAV_SR2_FMT_YUV10B420_SEMIPLANAR || format == TAV_SR2_FMT_YVU10B420_SEMIPLANAR;
+}
+
+// The image the CPU merge builds: merge8_image for 8-bit frames, else accum_image itself.
+tav_sr2_Image* mergeTarget(tav_sr2_Pipeline* self) {
+    return self->merge8_image.plane[0] != nullptr ? &self->merge8_image : &self->accum_image;
+}
+
+uint32_t allocQuarterMaps(tav_sr2_Pipeline* self) {
+    const int32_t w = self->weight_sum.width;
+    const int32_t h = self->weight_sum.height;
+    uint32_t status = tav_sr2_Image_alloc(&self->coef_quarter[0], w, h, nullptr, TAV_SR2_FMT_UINT8);
+    if (status == TAV_OK) {
+        status = tav_sr2_Image_alloc(&self->coef_quarter[1], w, h, nullptr, TAV_SR2_FMT_UINT8);
+    }
+    if (status == TAV_OK) {
+        status = tav_sr2_Image_alloc(&self->ghost_quarter, w, h, nullptr, TAV_SR2_FMT_UINT8);
+    }
+    return status;
+}
+
+uint32_t releaseQuarterMaps(tav_sr2_Pipeline* self) {
+    uint32_t status = tav_sr2_Pipeline_releaseImage(self, &self->ghost_quarter);
+    status |= tav_sr2_Pipeline_releaseImage(self, &self->coef_quarter[0]);
+    status |= tav_sr2_Pipeline_releaseImage(self, &self->coef_quarter[1]);
+    return status;
+}
+
+// A crop that merges at the frames' own scale (q below 2) lowers the ghost thresholds: always
+// on the GPU, on the CPU only at fast_merge_mode 3.
+void lowerGhostThresholds(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
+    sr_tunning_param* t = &self->tuning;
+    if (plan->gpu_merge) {
+        // STAGE PENDING merge/ ghost: the ghost context's level becomes 4.
+        t->deghost_ofs *= 0.5;
+        t->deghost_deg *= 2.0;
+    } else if (t->fast_merge_mode == 3) {
+        // STAGE PENDING merge/ ghost: the ghost context's level becomes 4.
+        t->deghost_ofs *= 0.5;
+    }
+}
+
+void prepareFaces(tav_sr2_Pipeline* self, const tav_sr2_Image* base_view) {
+    tav_sr2_Rect rects[TAV_SR2_MAX_FACES];
+    tav_sr2_Pipeline_faceMapRects(self, base_view->width, base_view->height, rects);
+    tav_sr2_fillWeightTable(self->weight_table_face, 6.0, 0.25 * self->tuning.deghost_ofs);
+    // STAGE PENDING merge/ face map: resize the base view to the size of face_mask, then
+    // tav_sr2_FaceMask_build(self, &self->face_mask, resized, rects, count).
+}
+
+// The base frame into the merge target: enlarged to the internal size, or copied.
+uint32_t placeBase(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan,
+                   const tav_sr2_Image* base_view) {
+    tav_sr2_Image* target = mergeTarget(self);
+    if (plan->zoomed) {
+        // INTERIM: bilinear until the pattern upscaler exists; then tav_sr2_Upscaler_scaleLuma
+        // and tav_sr2_Upscaler_resampleChroma.
+        const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
+        return tav_sr2_resizeFramePlanes(&ctx, target, base_view, false);
+    }
+    puts("tav_sr2_RawDouble_abs 1.......");
+    return tav_sr2_Image_copy(target, base_view);
+}
+
+uint32_t mergeBase(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan, int32_t f) {
+    tav_sr2_Image view;
+    tav_sr2_Image_init(&view, self->pool);
+    uint32_t status =
+        tav_sr2_Image_crop(&view, &self->images[f], self->clip_rect.left, self->clip_rect.top,
+                           self->aligned_width, self->aligned_height);
+    if (status != TAV_OK) return status;
+    // STAGE PENDING merge/ ghost: tav_sr2_Ghost_init at the crop size with the mode
+    // fast_merge_mode, its scale input_width / view width.
+    if (self->input_width / view.width < 2) lowerGhostThresholds(self, plan);
+    if (self->internal_face_num > 0) prepareFaces(self, &view);
+    // STAGE PENDING merge/ ghost: tav_sr2_Ghost_setBase(ghost context, &view).
+    const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
+    status = tav_sr2_Image_fillValue(&ctx, &self->weight_sum, kFullWeight);
+    if (status != TAV_OK) return status;
+    const sr_tunning_param* t = &self->tuning;
+    tav_sr2_fillWeightTable(self->weight_table, t->deghost_deg, t->deghost_ofs);
+    status = placeBase(self, plan, &view);
+    if (status == TAV_OK) self->accum_num += 1;
+    return status;
+}
+
+// INTERIM: frames after the base are not merged until the ghost map and the CPU merge exist.
+// Then, for the frame f at position i: warp it into a crop-size image with
+// translate(clip_rect.left, clip_rect.top) x align_transforms[f] (merge/ warp), compare it with
+// the base (tav_sr2_Ghost_addFrame) and shrink the difference into ghost_quarter, make
+// coef_quarter[i & 1] and weight_sum from the weight tables (with face_mask when there are
+// faces), blend it into the merge target at the internal size, and count it in accum_num.
+uint32_t mergeLater(tav_sr2_Pipeline*, const tav_sr2_StagePlan*, int32_t, int32_t) {
+    return TAV_OK;
+}
+
+// What the merge target holds into accum_image, when anything was merged; merge8_image is not
+// needed after this either way.
+uint32_t finishMerge(tav_sr2_Pipeline* self) {
+    if (mergeTarget(self) == &self->accum_image) {
+        // STAGE PENDING gpu/: the GPU merge ends here with the deblur copy of nr_map,
+        // boostDarkArea on the base crop (dark_area_nr_level above 1), the directional pass
+        // (dirnr), the deblur pass (deblur_psf) and the read-back into accum_image.
+        return TAV_OK;
+    }
+    uint32_t status = TAV_OK;
+    if (self->accum_num > 0) {
+        // STAGE PENDING merge/ noise map: tav_sr2_Pipeline_boostDarkArea on merge8_image.
+        status = tav_sr2_convert8to10(self->thread_pool, self->pool, &self->accum_image,
+                                      &self->merge8_image);
+    }
+    const uint32_t released = tav_sr2_Pipeline_releaseImage(self, &self->merge8_image);
+    return status != TAV_OK ? status : released;
+}
+
+}  // namespace
+
+uint32_t tav_sr2_Pipeline_prepareImages(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
+    const int32_t format = self->images[0].format;
+    const bool cpu_merge8 = isFrame8(format) && !plan->gpu_merge;
+    int32_t accum_format = format;
+    if (format == TAV_SR2_FMT_YUV420_SEMIPLANAR) accum_format = TAV_SR2_FMT_YUV10B420_SEMIPLANAR;
+    if (format == TAV_SR2_FMT_YVU420_SEMIPLANAR) accum_format = TAV_SR2_FMT_YVU10B420_SEMIPLANAR;
+    if (!isFrame10(accum_format)) return TAV_ERROR_UNSUPPORTED;
+    // STAGE PENDING gpu/: prepare the render target, in 16-bit mode unless cpu_merge8.
+    int32_t width;
+    int32_t height;
+    tav_sr2_Pipeline_internalSize(self, &width, &height);
+    uint32_t status = tav_sr2_Image_alloc(&self->accum_image, width, height, nullptr, accum_format);
+    if (status == TAV_OK && cpu_merge8) {
+        status = tav_sr2_Image_alloc(&self->merge8_image, width, height, nullptr, format);
+    }
+    if (status != TAV_OK) return status;
+    tav_sr2_log_i("sr process 1 init image: finish...\n");
+    return TAV_OK;
+}
+
+uint32_t tav_sr2_Pipeline_mergeFrames(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
+    self->accum_num = 0;
+    uint32_t status = allocQuarterMaps(self);
+    for (int32_t i = 0; status == TAV_OK && i < self->frame_count; ++i) {
+        const int32_t f = self->frame_order[i];
+        if (f < 0 || f > kLastFrameSlot) break;
+        status = self->accum_num == 0 ? mergeBase(self, plan, f) : mergeLater(self, plan, i, f);
+        // STAGE PENDING gpu/: the GPU merge uploads the frame and runs the base warp pass at
+        // i = 0, the merge pass with coef_quarter[i & 1] after.
+    }
+    const uint32_t released = releaseQuarterMaps(self);
+    if (status == TAV_OK) status = released;
+    // STAGE PENDING merge/ ghost: release the ghost context.
+    // STAGE PENDING merge/ noise map: tav_sr2_Pipeline_makeNrMap(self) when the loop succeeded.
+    const uint32_t finished = finishMerge(self);
+    if (status == TAV_OK) status = finished;
+    tav_sr2_log_i("sr process 2 merge images: finish...\n");
+    return status;
+}

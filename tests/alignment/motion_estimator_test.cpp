@@ -1,0 +1,263 @@
+// The estimator object: defaults, the configuration rules, the state machine, out-of-memory
+// walks over configure and setReference, and whole estimates of known shifts.
+#include "alignment/motion_estimator.h"
+
+#include <gtest/gtest.h>
+
+#include "alignment/motion_model.h"
+#include "tests/alignment/align_test_util.h"
+
+namespace {
+
+using tav_align_test::fill;
+using tav_align_test::fillShifted;
+using tav_align_test::pixelOf;
+using tav_align_test::pixels;
+using tav_align_test::Texture;
+using tav_fixtures::Heap;
+using tav_fixtures::TestImage;
+using tav_fixtures::Workers;
+
+// The configuration the alignment driver forces.
+void forceEngineConfig(tav_sr2_MotionEstimator* e, int32_t w, int32_t h, tav_sr2_ThreadPool* tp) {
+    e->fit_method = 3;
+    e->max_pixels = w * h;
+    e->feature_count = 256;
+    e->motion_model = 3;
+    e->normalize_level0 = 0;
+    e->inlier_ratio = 0.5;
+    e->thread_pool = tp;
+}
+
+// Levels for a w0 x h0 level 0: the count by the halving rule, the sizes by the reduction.
+int32_t countLevels(int32_t w0, int32_t h0, int32_t min_top) {
+    int32_t k = 0;
+    while ((w0 >> k) * (h0 >> k) >= min_top)
+        ++k;
+    return k;
+}
+
+TEST(MotionEstimator, DefaultsAndStateRules) {
+    Heap heap(1 << 20);
+    tav_sr2_MotionEstimator e;
+    EXPECT_EQ(tav_sr2_MotionEstimator_init(nullptr, &heap.pool), TAV_ERROR_PARAM);
+    ASSERT_EQ(tav_sr2_MotionEstimator_init(&e, &heap.pool), TAV_OK);
+    EXPECT_EQ(e.max_pixels, 76800);
+    EXPECT_EQ(e.min_top_pixels, 600);
+    EXPECT_EQ(e.block_search, 1);
+    EXPECT_EQ(e.block_search_range, 8192);
+    EXPECT_EQ(e.block_fail_level, 0x40000000);
+    EXPECT_EQ(e.rng_state, 12345678u);
+    EXPECT_EQ(e.inlier_ratio, 1.0);
+    EXPECT_EQ(e.state, 0);
+    TestImage img(&heap.pool, 64, 48, TAV_SR2_FMT_UINT8);
+    tav_sr2_Trans2D t;
+    EXPECT_EQ(tav_sr2_MotionEstimator_setReference(&e, &img.img), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_MotionEstimator_estimate(&e, &img.img), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_MotionEstimator_getResult(&e, &t), TAV_ERROR_STATE);
+    EXPECT_EQ(tav_sr2_MotionEstimator_estimate(nullptr, &img.img), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_MotionEstimator_finish(&e), TAV_OK);  // never configured
+    EXPECT_EQ(tav_sr2_MotionEstimator_finish(&e), TAV_OK);  // twice
+}
+
+TEST(MotionEstimator, ConfigureComputesStepCountAndLevelSizes) {
+    Heap heap(16 << 20);
+    tav_sr2_MotionEstimator e;
+    // The forced area bound keeps level 0 at input size; 1000 x 750 has six levels whose sizes
+    // shrink faster than the count assumes.
+    tav_sr2_MotionEstimator_init(&e, &heap.pool);
+    forceEngineConfig(&e, 1000, 750, nullptr);
+    ASSERT_EQ(tav_sr2_MotionEstimator_configure(&e, 1000, 750), TAV_OK);
+    EXPECT_EQ(e.scale_step, 1);
+    EXPECT_EQ(e.level_count, 6);
+    int32_t w = 1000, h = 750;
+    for (int32_t k = 0; k < e.level_count; ++k) {
+        EXPECT_EQ(e.ref_pyramid[k].width, w);
+        EXPECT_EQ(e.cur_pyramid[k].height, h);
+        w = (w - 2) / 2;
+        h = (h - 2) / 2;
+    }
+    EXPECT_EQ(e.prev_top.width, e.ref_pyramid[5].width);
+    EXPECT_EQ(e.state, 1);
+    tav_sr2_MotionEstimator_finish(&e);
+
+    // The default area bound: the largest s - 1 with (750 / s) (1000 / s) >= 76800.
+    tav_sr2_MotionEstimator_init(&e, &heap.pool);
+    e.motion_model = 3;
+    ASSERT_EQ(tav_sr2_MotionEstimator_configure(&e, 1000, 750), TAV_OK);
+    int32_t s = 2;
+    while ((750 / s) * (1000 / s) >= 76800)
+        ++s;
+    EXPECT_EQ(e.scale_step, s - 1);
+    EXPECT_EQ(e.ref_pyramid[0].width, 1000 / (s - 1));
+    EXPECT_EQ(e.level_count, countLevels(1000 / (s - 1), 750 / (s - 1), 600));
+    tav_sr2_MotionEstimator_finish(&e);
+
+    // A negative area bound gives a step of 1 and a bad-argument bit; an unreachable top level
+    // fails.
+    tav_sr2_MotionEstimator_init(&e, &heap.pool);
+    e.motion_model = 3;
+    e.max_pixels = -5;
+    EXPECT_EQ(tav_sr2_MotionEstimator_configure(&e, 100, 80), TAV_ERROR_PARAM);
+    EXPECT_EQ(e.scale_step, 1);
+    tav_sr2_MotionEstimator_finish(&e);
+    tav_sr2_MotionEstimator_init(&e, &heap.pool);
+    e.motion_model = 3;
+    e.min_top_pixels = 0;
+    EXPECT_EQ(tav_sr2_MotionEstimator_configure(&e, 100, 80), TAV_ERROR_PARAM);
+    EXPECT_EQ(e.state, 0);
+    tav_sr2_MotionEstimator_finish(&e);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), 0u);
+}
+
+TEST(MotionEstimator, RegionAndScaleReachTheResult) {
+    Heap heap(8 << 20);
+    tav_sr2_MotionEstimator e;
+    tav_sr2_MotionEstimator_init(&e, &heap.pool);
+    e.motion_model = 3;
+    e.scale_step = 2;
+    e.roi_x0 = 100;
+    e.roi_y0 = 50;
+    e.roi_x1 = 612;
+    e.roi_y1 = 434;
+    ASSERT_EQ(tav_sr2_MotionEstimator_configure(&e, 800, 600), TAV_OK);
+    EXPECT_EQ(e.ref_pyramid[0].width, 256);
+    EXPECT_EQ(e.ref_pyramid[0].height, 192);
+    // One level-0 pixel is two input pixels, and level 0 starts at the region's corner.
+    tav_sr2_Trans2D_identity(&e.current);
+    e.current.m[2] = 1.0;
+    e.current.m[5] = 2.0;
+    tav_sr2_Trans2D out;
+    ASSERT_EQ(tav_sr2_MotionEstimator_getResult(&e, &out), TAV_OK);
+    double x, y;
+    tav_sr2_Trans2D_apply(&out, &x, &y, 300.0, 200.0);
+    EXPECT_NEAR(x, 302.0, 1e-9);
+    EXPECT_NEAR(y, 204.0, 1e-9);
+    EXPECT_NEAR(out.m[0] * out.m[0] + out.m[4] * out.m[4] + out.m[8] * out.m[8], 1.0, 1e-12);
+    tav_sr2_MotionEstimator_finish(&e);
+}
+
+TEST(MotionEstimator, OutOfMemoryAnywhereLeavesNothingBehind) {
+    Heap heap(8 << 20);
+    const Texture texture(2);
+    TestImage img(&heap.pool, 160, 120, TAV_SR2_FMT_UINT8);
+    fillShifted(&img.img, texture, 0.0, 0.0);
+    const uint32_t base = tav_sr2_MemPool_inUse(&heap.pool);
+    tav_sr2_MotionEstimator e;
+    for (int32_t stage = 0; stage < 2; ++stage) {
+        // Count the allocations of the stage, then fail each one in turn.
+        tav_sr2_MotionEstimator_init(&e, &heap.pool);
+        forceEngineConfig(&e, 160, 120, nullptr);
+        if (stage == 1) {
+            ASSERT_EQ(tav_sr2_MotionEstimator_configure(&e, 160, 120), TAV_OK);
+        }
+        tav_sr2_MemPool_injectFailure(0, false);
+        const uint32_t status = stage == 0 ? tav_sr2_MotionEstimator_configure(&e, 160, 120)
+                                           : tav_sr2_MotionEstimator_setReference(&e, &img.img);
+        ASSERT_EQ(status, TAV_OK);
+        const uint32_t count = tav_sr2_MemPool_allocCount();
+        ASSERT_GT(count, 2u);
+        tav_sr2_MotionEstimator_finish(&e);
+        for (uint32_t nth = 1; nth <= count; ++nth) {
+            tav_sr2_MotionEstimator_init(&e, &heap.pool);
+            forceEngineConfig(&e, 160, 120, nullptr);
+            if (stage == 1) {
+                ASSERT_EQ(tav_sr2_MotionEstimator_configure(&e, 160, 120), TAV_OK);
+            }
+            tav_sr2_MemPool_injectFailure(nth, false);
+            const uint32_t r = stage == 0 ? tav_sr2_MotionEstimator_configure(&e, 160, 120)
+                                          : tav_sr2_MotionEstimator_setReference(&e, &img.img);
+            tav_sr2_MemPool_injectFailure(0, false);
+            EXPECT_EQ(r & TAV_ERROR_MALLOC, TAV_ERROR_MALLOC)
+                << "stage " << stage << " nth " << nth;
+            EXPECT_NE(e.state, 2);
+            EXPECT_EQ(tav_sr2_MotionEstimator_finish(&e), TAV_OK);
+            EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), base)
+                << "stage " << stage << " nth " << nth;
+        }
+    }
+}
+
+struct BurstResult {
+    tav_sr2_Trans2D result[3];
+    uint32_t status[3];
+};
+
+// A 320 x 240 burst of the texture moved by `shifts`, frame 0 the reference.
+BurstResult estimateBurst(tav_sr2_MemPool* pool, tav_sr2_ThreadPool* tp, const double shifts[][2],
+                          int32_t frames) {
+    const Texture texture(31);
+    TestImage img(pool, 320, 240, TAV_SR2_FMT_UINT8);
+    tav_sr2_MotionEstimator e;
+    tav_sr2_MotionEstimator_init(&e, pool);
+    forceEngineConfig(&e, 320, 240, tp);
+    EXPECT_EQ(tav_sr2_MotionEstimator_configure(&e, 320, 240), TAV_OK);
+    BurstResult run = {};
+    for (int32_t f = 0; f < frames; ++f) {
+        fillShifted(&img.img, texture, shifts[f][0], shifts[f][1]);
+        const std::vector<uint8_t> before = pixels(&img.img);
+        if (f == 0) {
+            EXPECT_EQ(tav_sr2_MotionEstimator_setReference(&e, &img.img), TAV_OK);
+            const tav_sr2_Image* p = &e.ref_pyramid[0];
+            const uint32_t seed = (uint32_t)pixelOf(p, 0, 0) << 24 | pixelOf(p, 160, 0) << 16 |
+                                  pixelOf(p, 0, 120) << 8 | pixelOf(p, 160, 120);
+            EXPECT_EQ(e.rng_state, seed);
+        } else {
+            EXPECT_EQ(tav_sr2_MotionEstimator_estimate(&e, &img.img), TAV_OK);
+        }
+        EXPECT_EQ(pixels(&img.img), before) << "the input was written";
+        run.status[f] = e.status;
+        EXPECT_EQ(tav_sr2_MotionEstimator_getResult(&e, &run.result[f]), TAV_OK);
+    }
+    tav_sr2_MotionEstimator_finish(&e);
+    return run;
+}
+
+TEST(MotionEstimator, EstimatesKnownShiftsFrameAfterFrame) {
+    Heap heap(32 << 20);
+    Workers workers(&heap.pool, 2);
+    const double shifts[3][2] = {{0.0, 0.0}, {2.5, -1.25}, {-3.75, 4.5}};
+    const BurstResult run = estimateBurst(&heap.pool, &workers.tp, shifts, 3);
+    for (int32_t f = 0; f < 3; ++f) {
+        EXPECT_EQ(run.status[f], 0u) << "frame " << f;
+        const double points[2][2] = {{40.0, 30.0}, {280.0, 200.0}};
+        for (const auto& p : points) {
+            double x, y;
+            tav_sr2_Trans2D_apply(&run.result[f], &x, &y, p[0], p[1]);
+            EXPECT_NEAR(x, p[0] + shifts[f][0], 0.1) << "frame " << f;
+            EXPECT_NEAR(y, p[1] + shifts[f][1], 0.1) << "frame " << f;
+        }
+    }
+    // The worker count changes nothing.
+    const BurstResult alone = estimateBurst(&heap.pool, nullptr, shifts, 3);
+    EXPECT_EQ(memcmp(alone.result, run.result, sizeof run.result), 0);
+}
+
+TEST(MotionEstimator, ImagesWithoutCornersFlagTheFrame) {
+    Heap heap(8 << 20);
+    // A work image 23 pixels high: no level has corners. A flat one: no responses anywhere.
+    const int32_t sizes[][2] = {{400, 23}, {160, 120}};
+    for (const auto& size : sizes) {
+        TestImage img(&heap.pool, size[0], size[1], TAV_SR2_FMT_UINT8);
+        if (size[1] == 23) {
+            fillShifted(&img.img, Texture(3), 0.0, 0.0);
+        } else {
+            fill(&img.img, [](int32_t, int32_t) { return (uint8_t)99; });
+        }
+        tav_sr2_MotionEstimator e;
+        tav_sr2_MotionEstimator_init(&e, &heap.pool);
+        forceEngineConfig(&e, size[0], size[1], nullptr);
+        ASSERT_EQ(tav_sr2_MotionEstimator_configure(&e, size[0], size[1]), TAV_OK);
+        ASSERT_EQ(tav_sr2_MotionEstimator_setReference(&e, &img.img), TAV_OK);
+        for (int32_t k = 0; k < e.level_count; ++k)
+            EXPECT_EQ(e.templates[k].count, 0);
+        ASSERT_EQ(tav_sr2_MotionEstimator_estimate(&e, &img.img), TAV_OK);
+        EXPECT_EQ(e.status & TAV_ALIGN_WEAK_MATCHES, TAV_ALIGN_WEAK_MATCHES);
+        tav_sr2_Trans2D t;
+        ASSERT_EQ(tav_sr2_MotionEstimator_getResult(&e, &t), TAV_OK);
+        EXPECT_NEAR(t.m[2] / t.m[8], 0.0, 1e-9);
+        tav_sr2_MotionEstimator_finish(&e);
+    }
+}
+
+}  // namespace

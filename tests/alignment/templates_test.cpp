@@ -1,0 +1,137 @@
+// Template making: the gradient values and sums, the refusal rules, the pixel mean, and the
+// building of a set from a corner list.
+#include "alignment/templates.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/alignment/align_test_util.h"
+
+namespace {
+
+using tav_align_test::fill;
+using tav_align_test::pixelOf;
+using tav_fixtures::Heap;
+using tav_fixtures::TestImage;
+
+void fillTexture(tav_sr2_Image* img, uint32_t seed) {
+    const tav_align_test::Texture texture(seed);
+    tav_align_test::fillShifted(img, texture, 0.0, 0.0);
+}
+
+TEST(Templates, GradientTemplateHoldsNegatedDifferencesAndDirectSums) {
+    Heap heap(1 << 20);
+    TestImage img(&heap.pool, 40, 30, TAV_SR2_FMT_UINT8);
+    fillTexture(&img.img, 3);
+    tav_sr2_GradientTemplate t;
+    ASSERT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 17, 12), TAV_OK);
+    int64_t sxx = 0, syy = 0, sum_x = 0, sum_y = 0;
+    for (int32_t i = 0; i < 7; ++i) {
+        for (int32_t j = 0; j < 7; ++j) {
+            const int32_t x = 17 - 3 + j, y = 12 - 3 + i;
+            const int32_t gx = pixelOf(&img.img, x - 1, y) - pixelOf(&img.img, x + 1, y);
+            const int32_t gy = pixelOf(&img.img, x, y - 1) - pixelOf(&img.img, x, y + 1);
+            EXPECT_EQ(t.g[7 * i + j][0], gx);
+            EXPECT_EQ(t.g[7 * i + j][1], gy);
+            sxx += gx * gx;
+            syy += gy * gy;
+            sum_x += gx * pixelOf(&img.img, x, y);
+            sum_y += gy * pixelOf(&img.img, x, y);
+        }
+    }
+    EXPECT_EQ(t.half_gxx, sxx / 2);
+    EXPECT_EQ(t.half_gyy, syy / 2);
+    EXPECT_EQ(t.sum_gx_i, 32 * sum_x);
+    EXPECT_EQ(t.sum_gy_i, 32 * sum_y);
+}
+
+TEST(Templates, GradientTemplateRefusesFlatPatchesStraightEdgesAndBorders) {
+    Heap heap(1 << 20);
+    TestImage img(&heap.pool, 40, 40, TAV_SR2_FMT_UINT8);
+    tav_sr2_GradientTemplate t;
+    fill(&img.img, [](int32_t, int32_t) { return (uint8_t)90; });
+    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 20, 20), TAV_ERROR_GENERIC);
+    // A vertical edge: all energy in gx.
+    fill(&img.img, [](int32_t x, int32_t) { return (uint8_t)(x < 20 ? 30 : 220); });
+    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 20, 20), TAV_ERROR_GENERIC);
+    // A strong edge with a faint ripple across it: Syy below a 32nd of Sxx is still an edge.
+    fill(&img.img,
+         [](int32_t x, int32_t y) { return (uint8_t)((x < 20 ? 30 : 220) + ((y & 1) ? 3 : 0)); });
+    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 20, 20), TAV_ERROR_GENERIC);
+    // A corner of a bright quadrant is kept.
+    fill(&img.img, [](int32_t x, int32_t y) { return (uint8_t)(x >= 20 && y >= 20 ? 220 : 30); });
+    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 20, 20), TAV_OK);
+    // Four pixels to every edge are needed: 4 and width - 5 are the last accepted.
+    fillTexture(&img.img, 5);
+    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 4, 35), TAV_OK);
+    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 3, 20), TAV_ERROR_GENERIC);
+    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 20, 36), TAV_ERROR_GENERIC);
+}
+
+TEST(Templates, PixelTemplateMeanIsQ16) {
+    Heap heap(1 << 20);
+    TestImage img(&heap.pool, 20, 20, TAV_SR2_FMT_UINT8);
+    for (uint8_t value : {0, 1, 134, 255}) {
+        fill(&img.img, [&](int32_t x, int32_t y) { return (uint8_t)(value ^ ((x + y) & 1)); });
+        tav_sr2_PixelTemplate t;
+        ASSERT_EQ(tav_sr2_PixelTemplate_make(&t, &img.img, 10, 10), TAV_OK);
+        int64_t sum = 0;
+        for (int32_t i = 0; i < 49; ++i) {
+            EXPECT_EQ(t.p[i], pixelOf(&img.img, 7 + i % 7, 7 + i / 7));
+            sum += t.p[i];
+        }
+        EXPECT_NEAR((double)t.mean, sum * 65536.0 / 49.0, 1.0);
+    }
+}
+
+TEST(Templates, BuildSkipsBordersAndRefusalsWithoutGaps) {
+    Heap heap(1 << 20);
+    TestImage img(&heap.pool, 60, 50, TAV_SR2_FMT_UINT8);
+    fillTexture(&img.img, 8);
+    // Flat band at the left: a corner there is refused by the gradient rules.
+    for (int32_t y = 0; y < 50; ++y)
+        memset(tav_align_test::rowOf(&img.img, y), 100, 15);
+    tav_sr2_CornerList list;
+    ASSERT_EQ(tav_sr2_CornerList_init(&list, &heap.pool, 8), TAV_OK);
+    // {x, y, strength, kept}
+    const int32_t corners[][4] = {{30, 45, 90, 1},  // y = height - 5: last row accepted
+                                  {30, 46, 90, 0},  // one row too low
+                                  {7, 20, 90, 0},   // flat: gradient refused
+                                  {7, 21, 50, 1},   // flat but weak: a pixel template is made
+                                  {3, 20, 90, 0},   // left margin
+                                  {55, 10, 51, 1}};
+    for (const auto& c : corners) {
+        tav_sr2_Corner& k = list.corners[list.count++];
+        memset(&k, 0, sizeof k);
+        k.x = c[0];
+        k.y = c[1];
+        k.strength = c[2];
+    }
+    tav_sr2_TemplateSet set;
+    tav_sr2_TemplateSet_init(&set, &heap.pool);
+    ASSERT_EQ(tav_sr2_TemplateSet_build(&set, &list, &img.img, 4), TAV_OK);
+    int32_t at = 0;
+    for (const auto& c : corners) {
+        if (!c[3]) continue;
+        ASSERT_LT(at, set.count);
+        EXPECT_EQ(set.ref_x[at], c[0]);
+        EXPECT_EQ(set.ref_y[at], c[1]);
+        EXPECT_EQ(set.score[at], c[2]);
+        EXPECT_EQ(set.match_x[at], TAV_TRACK_LOST);
+        EXPECT_EQ(set.cells[at].kind,
+                  c[2] > 50 ? TAV_SR2_TEMPLATE_GRADIENT : TAV_SR2_TEMPLATE_PIXEL);
+        ++at;
+    }
+    EXPECT_EQ(set.count, at);
+    EXPECT_EQ(tav_sr2_TemplateSet_build(&set, &list, &img.img, 9), TAV_ERROR_PARAM);
+    // Out of memory: the arrays are released and the set is empty.
+    const uint32_t before = tav_sr2_MemPool_inUse(&heap.pool);
+    tav_sr2_MemPool_injectFailure(1, false);
+    EXPECT_EQ(tav_sr2_TemplateSet_build(&set, &list, &img.img, 4), TAV_ERROR_MALLOC);
+    tav_sr2_MemPool_injectFailure(0, false);
+    EXPECT_EQ(set.count, 0);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), before);
+    tav_sr2_TemplateSet_finish(&set);
+    tav_sr2_CornerList_finish(&list);
+}
+
+}  // namespace

@@ -1,0 +1,297 @@
+// Tracking: known sub-pixel shifts of a procedural texture and of a real photograph, the
+// gradient matcher's convergence and oscillation rules, the pixel matcher's score, the marks,
+// and the vector correlation sums against the scalar ones.
+#include "alignment/tracking.h"
+
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <algorithm>
+#include <string>
+
+#include "alignment/corners.h"
+#include "tests/alignment/align_test_util.h"
+
+namespace {
+
+using tav_align_test::fill;
+using tav_align_test::fillRandom;
+using tav_align_test::fillShifted;
+using tav_align_test::pixelOf;
+using tav_align_test::Texture;
+using tav_fixtures::Heap;
+using tav_fixtures::TestImage;
+using tav_fixtures::Workers;
+
+struct Errors {
+    int32_t templates = 0, matched = 0;
+    std::vector<double> error;  // distance of each match from the truth, pixels
+    double median() {
+        std::sort(error.begin(), error.end());
+        return error.empty() ? 1e9 : error[error.size() / 2];
+    }
+    double quantile(double q) {
+        std::sort(error.begin(), error.end());
+        return error.empty() ? 1e9 : error[(size_t)(q * (error.size() - 1))];
+    }
+};
+
+// Builds templates of `mode` on a, tracks them into b through the identity and measures the
+// error against the true shift.
+Errors trackShift(tav_sr2_MemPool* pool, const tav_sr2_Image* a, const tav_sr2_Image* b, double dx,
+                  double dy, int32_t mode, int32_t radius, tav_sr2_ThreadPool* tp = nullptr) {
+    tav_sr2_CornerList list;
+    EXPECT_EQ(tav_sr2_CornerList_init(&list, pool, 256), TAV_OK);
+    EXPECT_EQ(tav_sr2_CornerList_detect(&list, a, 256, nullptr), TAV_OK);
+    tav_sr2_TemplateSet set;
+    tav_sr2_TemplateSet_init(&set, pool);
+    EXPECT_EQ(tav_sr2_TemplateSet_build(&set, &list, a, mode), TAV_OK);
+    tav_sr2_Trans2D identity;
+    tav_sr2_Trans2D_identity(&identity);
+    const tav_sr2_TrackRadii radii = {radius, radius};
+    EXPECT_EQ(tav_sr2_TemplateSet_track(&set, b, &identity, &radii, tp), TAV_OK);
+    Errors e;
+    e.templates = set.count;
+    for (int32_t k = 0; k < set.count; ++k) {
+        if (set.match_x[k] < 0) continue;
+        ++e.matched;
+        const double ex = set.match_x[k] / 32768.0 - (set.ref_x[k] + dx);
+        const double ey = set.match_y[k] / 32768.0 - (set.ref_y[k] + dy);
+        e.error.push_back(sqrt(ex * ex + ey * ey));
+    }
+    tav_sr2_TemplateSet_finish(&set);
+    tav_sr2_CornerList_finish(&list);
+    return e;
+}
+
+TEST(Tracking, GradientMatcherRecoversSubPixelShifts) {
+    Heap heap(8 << 20);
+    Workers workers(&heap.pool, 2);
+    const Texture texture(21);
+    TestImage a(&heap.pool, 200, 150, TAV_SR2_FMT_UINT8);
+    TestImage b(&heap.pool, 200, 150, TAV_SR2_FMT_UINT8);
+    fillShifted(&a.img, texture, 0.0, 0.0);
+    const double shifts[][2] = {{0.4, -0.7}, {1.3, 2.2}, {-2.6, 0.9}};
+    for (const auto& s : shifts) {
+        fillShifted(&b.img, texture, s[0], s[1]);
+        Errors e = trackShift(&heap.pool, &a.img, &b.img, s[0], s[1], 0, 3, &workers.tp);
+        ASSERT_GT(e.templates, 100);
+        EXPECT_GT(e.matched, e.templates * 8 / 10) << s[0] << ", " << s[1];
+        EXPECT_LT(e.median(), 0.08) << s[0] << ", " << s[1];
+        EXPECT_LT(e.quantile(0.9), 0.25) << s[0] << ", " << s[1];
+    }
+    // With radius 0 a window may not move: a shift of more than a pixel loses every template.
+    fillShifted(&b.img, texture, 1.3, 0.0);
+    Errors still = trackShift(&heap.pool, &a.img, &b.img, 1.3, 0.0, 0, 0);
+    EXPECT_GT(still.templates, 100);
+    EXPECT_EQ(still.matched, 0);
+}
+
+TEST(Tracking, PixelMatcherFindsTheNearestWholePixel) {
+    Heap heap(8 << 20);
+    const Texture texture(4);
+    TestImage a(&heap.pool, 200, 150, TAV_SR2_FMT_UINT8);
+    TestImage b(&heap.pool, 200, 150, TAV_SR2_FMT_UINT8);
+    fillShifted(&a.img, texture, 0.0, 0.0);
+    fillShifted(&b.img, texture, 2.0, -1.0);
+    Errors exact = trackShift(&heap.pool, &a.img, &b.img, 2.0, -1.0, 1, 3);
+    ASSERT_GT(exact.templates, 100);
+    EXPECT_GT(exact.matched, exact.templates * 9 / 10);
+    EXPECT_EQ(exact.quantile(0.9), 0.0);
+    fillShifted(&b.img, texture, -1.3, 2.4);
+    Errors near = trackShift(&heap.pool, &a.img, &b.img, -1.3, 2.4, 1, 3);
+    EXPECT_LT(near.quantile(0.9), 0.71);  // within half a pixel in each direction
+}
+
+// A grey plane of a photograph, reduced 2 x 2 by box means over pixels shifted by (sx, sy): the
+// content moves by exactly (sx / 2, sy / 2) reduced pixels.
+bool readReducedPhoto(const std::string& path, int32_t sx, int32_t sy, tav_sr2_Image* out) {
+    png_image image = {};
+    image.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&image, path.c_str())) return false;
+    image.format = PNG_FORMAT_GRAY;
+    std::vector<uint8_t> grey(PNG_IMAGE_SIZE(image));
+    if (!png_image_finish_read(&image, nullptr, grey.data(), 0, nullptr)) return false;
+    const int32_t w = (int32_t)image.width;
+    fill(out, [&](int32_t x, int32_t y) {
+        int32_t sum = 0;
+        for (int32_t v = 0; v < 2; ++v) {
+            for (int32_t u = 0; u < 2; ++u)
+                sum += grey[(size_t)(2 * y + v + 8 - sy) * w + 2 * x + u + 8 - sx];
+        }
+        return (uint8_t)((sum + 2) / 4);
+    });
+    return true;
+}
+
+TEST(Tracking, RecoversTheShiftOfAPhotograph) {
+    const char* dir = getenv("TAVRIN_SHARED_DATA");
+    const std::string path = std::string(dir ? dir : "") + "/photos/kodak/kodim23.png";
+    Heap heap(8 << 20);
+    TestImage a(&heap.pool, 180, 160, TAV_SR2_FMT_UINT8);
+    TestImage b(&heap.pool, 180, 160, TAV_SR2_FMT_UINT8);
+    if (dir == nullptr || !readReducedPhoto(path, 0, 0, &a.img)) {
+        GTEST_SKIP() << "no photograph at " << path;
+    }
+    ASSERT_TRUE(readReducedPhoto(path, 3, -1, &b.img));
+    // Every corner a gradient template: sub-pixel accuracy on real content.
+    Errors gradient = trackShift(&heap.pool, &a.img, &b.img, 1.5, -0.5, 0, 3);
+    ASSERT_GT(gradient.templates, 50);
+    EXPECT_GT(gradient.matched, gradient.templates * 7 / 10);
+    EXPECT_LT(gradient.median(), 0.15);
+    EXPECT_LT(gradient.quantile(0.8), 0.35);
+    // The engine's mix: weak corners become pixel templates and land on a whole pixel next to
+    // the truth, half a pixel off in each direction.
+    Errors mixed = trackShift(&heap.pool, &a.img, &b.img, 1.5, -0.5, 4, 3);
+    EXPECT_GT(mixed.matched, mixed.templates * 7 / 10);
+    EXPECT_LT(mixed.median(), 0.71);
+}
+
+// A template with one tap, gx = -1 at the centre, over columns 0 and 32 at the window's centre
+// column and the one after: the step is (-32 fx - sum) / half, a reflection about fx = 16.
+struct OneTap {
+    tav_sr2_GradientTemplate t = {};
+    OneTap(int32_t sum, int32_t half) {
+        t.g[24][0] = -1;
+        t.sum_gx_i = sum;
+        t.half_gxx = half;
+        t.half_gyy = 1;
+    }
+};
+
+TEST(Tracking, GradientMatcherConvergesOrLosesAnOscillation) {
+    Heap heap(1 << 20);
+    TestImage img(&heap.pool, 40, 40, TAV_SR2_FMT_UINT8);
+    fill(&img.img, [](int32_t x, int32_t) { return (uint8_t)(x == 21 ? 32 : 0); });
+    const int32_t px = (20 << 15) + (10 << 10), py = 20 << 15;  // fx = 10
+    int32_t x, y;
+    // half 16: dx = 32 - 2 fx, so fx goes 10 -> 22 -> 10 -> 22: the third round meets the
+    // position of two rounds before.
+    OneTap cycle(-512, 16);
+    EXPECT_EQ(tav_sr2_GradientTemplate_match(&cycle.t, &img.img, px, py, 3,
+                                             tav_sr2_trackRowsVector(), &x, &y),
+              3);
+    EXPECT_EQ(x, TAV_TRACK_LOST);
+    EXPECT_EQ(y, TAV_TRACK_LOST);
+    // half 64: dx = (512 - 32 fx) / 64 truncated, fx goes 10 -> 13 -> 14 -> 15 -> 15.
+    OneTap settle(-512, 64);
+    EXPECT_EQ(tav_sr2_GradientTemplate_match(&settle.t, &img.img, px, py, 3,
+                                             tav_sr2_trackRowsScalar(), &x, &y),
+              4);
+    EXPECT_EQ(x, (20 << 15) + 15 * 1024);
+    EXPECT_EQ(y, 20 << 15);
+    // A start whose window would reach past the right edge is lost at once.
+    EXPECT_EQ(tav_sr2_GradientTemplate_match(&settle.t, &img.img, 36 << 15, py, 3,
+                                             tav_sr2_trackRowsVector(), &x, &y),
+              0);
+    EXPECT_EQ(x, TAV_TRACK_LOST);
+}
+
+TEST(Tracking, PixelScoreIsTheMarginOverTheReplacedBest) {
+    Heap heap(1 << 20);
+    TestImage img(&heap.pool, 40, 40, TAV_SR2_FMT_UINT8);
+    fill(&img.img,
+         [](int32_t x, int32_t y) { return (uint8_t)(100 + 2 * x + ((x * 7 + y * 13) % 5)); });
+    // The template is the window at (21, 20), the second candidate of a spiral from (20, 20):
+    // the first candidate's cost becomes the second best.
+    tav_sr2_PixelTemplate t;
+    ASSERT_EQ(tav_sr2_PixelTemplate_make(&t, &img.img, 21, 20), TAV_OK);
+    int64_t sum_t = 0, sum_q = 0;
+    for (int32_t i = 0; i < 49; ++i) {
+        sum_t += pixelOf(&img.img, 18 + i % 7, 17 + i / 7);
+        sum_q += pixelOf(&img.img, 17 + i % 7, 17 + i / 7);
+    }
+    const int64_t mean_t = sum_t * 1337 + ((sum_t * 15381) >> 15);
+    const int64_t mean_q = sum_q * 1337 + ((sum_q * 15381) >> 15);
+    int64_t first = 0;
+    for (int32_t i = 0; i < 49; ++i) {
+        first += std::abs((pixelOf(&img.img, 18 + i % 7, 17 + i / 7) -
+                           pixelOf(&img.img, 17 + i % 7, 17 + i / 7)) *
+                              65536 +
+                          mean_q - mean_t);
+    }
+    const int32_t expected = (int32_t)std::min<int64_t>(255, (first + 65535) >> 16);
+    ASSERT_GT(expected, 1);
+    ASSERT_LT(expected, 255);
+    int32_t x = -1, y = -1, score = -1;
+    ASSERT_TRUE(tav_sr2_PixelTemplate_match(&t, &img.img, 20 << 15, 20 << 15, 3, &x, &y, &score));
+    EXPECT_EQ(x, 21 << 15);
+    EXPECT_EQ(y, 20 << 15);
+    EXPECT_EQ(score, expected);
+    // Too near the edge for the search square: nothing written.
+    x = y = score = 7;
+    EXPECT_FALSE(tav_sr2_PixelTemplate_match(&t, &img.img, 5 << 15, 20 << 15, 3, &x, &y, &score));
+    EXPECT_EQ(x + y + score, 21);
+}
+
+TEST(Tracking, MarksOutsideAndKeepsTheStartWhereThePixelSearchCannotRun) {
+    Heap heap(4 << 20);
+    const Texture texture(9);
+    TestImage a(&heap.pool, 120, 100, TAV_SR2_FMT_UINT8);
+    fillShifted(&a.img, texture, 0.0, 0.0);
+    tav_sr2_CornerList list;
+    ASSERT_EQ(tav_sr2_CornerList_init(&list, &heap.pool, 64), TAV_OK);
+    ASSERT_EQ(tav_sr2_CornerList_detect(&list, &a.img, 64, nullptr), TAV_OK);
+    tav_sr2_TemplateSet set;
+    tav_sr2_TemplateSet_init(&set, &heap.pool);
+    ASSERT_EQ(tav_sr2_TemplateSet_build(&set, &list, &a.img, 1), TAV_OK);
+    ASSERT_GT(set.count, 10);
+    for (int32_t k = 0; k < set.count; ++k)
+        set.inlier[k] = 1;
+    // Everything moved 30 pixels left: starts below x = 3 are outside, starts below 6 cannot
+    // search (radius 3) and keep the projected start and their score.
+    tav_sr2_Trans2D t;
+    tav_sr2_Trans2D_identity(&t);
+    t.m[2] = -30.0;
+    const tav_sr2_TrackRadii radii = {3, 3};
+    ASSERT_EQ(tav_sr2_TemplateSet_track(&set, &a.img, &t, &radii, nullptr), TAV_OK);
+    int32_t outside = 0, kept = 0;
+    for (int32_t k = 0; k < set.count; ++k) {
+        EXPECT_EQ(set.inlier[k], 0);
+        const int32_t sx = set.ref_x[k] - 30;
+        if (sx < 3) {
+            EXPECT_EQ(set.match_x[k], TAV_TRACK_OUTSIDE);
+            EXPECT_EQ(set.match_y[k], TAV_TRACK_OUTSIDE);
+            ++outside;
+        } else if (sx < 6) {
+            EXPECT_EQ(set.match_x[k], sx << 15);
+            EXPECT_EQ(set.match_y[k], set.ref_y[k] << 15);
+            ++kept;
+        }
+    }
+    EXPECT_GT(outside, 0);
+    EXPECT_GT(kept + outside, 0);
+    tav_sr2_TemplateSet_finish(&set);
+    tav_sr2_CornerList_finish(&list);
+}
+
+TEST(Tracking, VectorCorrelationSumsEqualScalar) {
+    std::mt19937 rng(5);
+    std::vector<uint8_t> window(8 * 11);
+    for (int32_t trial = 0; trial < 50; ++trial) {
+        tav_sr2_GradientTemplate t = {};
+        for (auto& g : t.g) {
+            g[0] = (int32_t)(rng() % 511) - 255;
+            g[1] = (int32_t)(rng() % 511) - 255;
+        }
+        for (uint8_t& p : window)
+            p = (uint8_t)(trial % 5 == 0 ? 255 : rng());
+        tav_sr2_CorrWeights w;
+        tav_sr2_CorrWeights_prepare(&t, &w);
+        for (uint32_t mask = 0; mask < 16; ++mask) {
+            int32_t ax[4] = {-1, -1, -1, -1}, ay[4] = {-1, -1, -1, -1};
+            int32_t bx[4] = {-1, -1, -1, -1}, by[4] = {-1, -1, -1, -1};
+            tav_sr2_trackRowsScalar()->corr_sums(&w, window.data(), 11, mask, ax, ay);
+            tav_sr2_trackRowsVector()->corr_sums(&w, window.data(), 11, mask, bx, by);
+            for (int32_t o = 0; o < 4; ++o) {
+                ASSERT_EQ(ax[o], bx[o]) << "mask " << mask;
+                ASSERT_EQ(ay[o], by[o]) << "mask " << mask;
+                if (!(mask & (1u << o))) {
+                    EXPECT_EQ(bx[o], -1);
+                }
+            }
+        }
+    }
+}
+
+}  // namespace

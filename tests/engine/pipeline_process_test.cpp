@@ -1,0 +1,503 @@
+// The main loop through the engine API: whole runs in both zoom modes and the three input
+// forms compared with a straightforward resize of the zoom window, the pool's peak against the
+// budget and its emptiness at finish, the time limit, the log lines that follow the tuning, the
+// weights of the base frame, a second run on the same engine, and allocation failures all
+// through a run.
+#include "engine/pipeline.h"
+
+#include <gtest/gtest.h>
+#include <math.h>
+
+#include <string>
+#include <vector>
+
+#include "engine/pipeline_align.h"
+#include "engine/pipeline_steps.h"
+#include "engine/run_limit.h"
+#include "engine/valid_rect.h"
+#include "engine/wrap_planes.h"
+#include "tests/engine/log_capture.h"
+#include "tests/engine/run_fixtures.h"
+
+namespace {
+
+using tav_run::EngineRun;
+using tav_run::HostFrame;
+using tav_run::HostOutput;
+using tav_run::Scene;
+
+const char* formatName(int32_t format) {
+    return tav_sr2_ImageFormat_name(format);
+}
+
+struct RunCase {
+    int32_t width, height, out_width, out_height;
+    float zoom;
+};
+
+struct RunResult {
+    uint32_t status;
+    int32_t merged;
+    uint32_t peak;
+    int64_t pool_budget;
+    uint32_t finished;       // tav_sr2_finish: TAV_ERROR_BUFFER when the pool still holds a block
+    tav_run::Window window;  // the part of the frame the run scaled to the output
+};
+
+// The window of accum_image that the run scaled, in frame pixels: the auto scale over the
+// pipeline as the run left it, taken back through the crop and the internal zoom.
+tav_run::Window scaledWindow(tav_sr2_Engine* e) {
+    const tav_sr2_Pipeline& p = e->pipeline;
+    tav_sr2_Rect w;
+    EXPECT_EQ(
+        tav_sr2_Pipeline_calcAutoScale(&p, p.accum_image.width, p.accum_image.height, nullptr, &w),
+        TAV_OK);
+    tav_sr2_Rect crop;
+    tav_sr2_Engine_workCrop(e, &crop);
+    const double sx = double(p.aligned_width) / p.accum_image.width;
+    const double sy = double(p.aligned_height) / p.accum_image.height;
+    return {crop.left + p.clip_rect.left + w.left * sx, crop.top + p.clip_rect.top + w.top * sy,
+            (w.right - w.left) * sx, (w.bottom - w.top) * sy};
+}
+
+// One run of `frames` copies of the scene; out receives the picture.
+RunResult runScene(const RunCase& c, const Scene& scene, int32_t format, int32_t frames,
+                   HostOutput* out) {
+    RunResult r = {};
+    EngineRun run(c.width, c.height, c.out_width, c.out_height, c.zoom, formatName(format), frames);
+    if (run.engine == nullptr) return r;
+    const HostFrame frame(scene, format);
+    run.add(frame, frames);
+    r.status = tav_sr2_process(&run.engine, &out->record);
+    EXPECT_EQ(tav_sr2_getMergeNum(&run.engine, &r.merged), TAV_OK);
+    r.window = scaledWindow(run.engine);
+    r.peak = run.engine->pool.peak;
+    r.pool_budget = run.poolBudget();
+    r.finished = tav_sr2_finish(&run.engine);
+    return r;
+}
+
+// Output format of a run: the packed input gives its result in YUV420_SEMIPLANAR.
+int32_t outputFormat(int32_t format) {
+    return format == TAV_SR2_FMT_YUV10B_PACKED_LE_420S ? TAV_SR2_FMT_YUV420_SEMIPLANAR : format;
+}
+
+// The same window moved right by one output pixel: a misplacement the bound must catch.
+tav_run::Window movedByOnePixel(tav_run::Window w, int32_t out_width) {
+    w.x += w.width / out_width;
+    return w;
+}
+
+// What a run must reach against the reference. A single bilinear enlargement of exactly the
+// reference's window differs from it only by the rounding of the 10-bit picture and of the Q15
+// positions, about one level: above 50 dB, so 45 dB leaves room while a picture misplaced by one
+// output pixel scores about 30 dB on this photograph (checked below for luma). Chroma is too
+// smooth for a pixel to matter much; its bound catches swapped or misplaced planes.
+struct Expectation {
+    int32_t frames;
+    double min_luma;  // PSNR
+    double min_chroma;
+    bool zoom_window;  // the scaled window is exactly the zoom window
+};
+
+void expectMatchesWindow(const RunCase& c, int32_t format, const Expectation& e) {
+    Scene scene;
+    std::string why;
+    if (!tav_run::loadKodak("kodim01.png", c.width, c.height, &scene, &why)) GTEST_SKIP() << why;
+    HostOutput out(c.out_width, c.out_height, outputFormat(format));
+    const RunResult r = runScene(c, scene, format, e.frames, &out);
+    EXPECT_EQ(r.status, TAV_OK);
+    EXPECT_GE(r.merged, 1);
+    EXPECT_LE(r.merged, e.frames);
+    EXPECT_LE(int64_t(r.peak), r.pool_budget);
+    EXPECT_EQ(r.finished, TAV_OK);
+    EXPECT_TRUE(out.paddingKept());
+
+    const tav_run::Window zw =
+        tav_run::zoomWindow(c.width, c.height, c.out_width, c.out_height, c.zoom);
+    const tav_run::Window& w = r.window;
+    if (e.zoom_window) {
+        EXPECT_DOUBLE_EQ(w.x, zw.x);
+        EXPECT_DOUBLE_EQ(w.y, zw.y);
+        EXPECT_DOUBLE_EQ(w.width, zw.width);
+        EXPECT_DOUBLE_EQ(w.height, zw.height);
+    } else {  // the border that not all frames cover is trimmed off, a few pixels on each side
+        const double trims[4] = {w.x - zw.x, w.y - zw.y, zw.x + zw.width - (w.x + w.width),
+                                 zw.y + zw.height - (w.y + w.height)};
+        for (double t : trims) {
+            EXPECT_GE(t, 0.0);
+            EXPECT_LE(t, 4.0);
+        }
+    }
+    const Scene got = out.picture();
+    const Scene want = tav_run::referenceOutput(scene, w, c.out_width, c.out_height);
+    const Scene moved =
+        tav_run::referenceOutput(scene, movedByOnePixel(w, c.out_width), c.out_width, c.out_height);
+    EXPECT_GE(tav_run::psnr(got.luma, want.luma), e.min_luma);
+    EXPECT_GE(tav_run::psnr(got.chroma, want.chroma), e.min_chroma);
+    EXPECT_LT(tav_run::psnr(moved.luma, want.luma), e.min_luma);  // the bound tells a pixel
+}
+
+class WholeRun : public ::testing::TestWithParam<int32_t> {};
+
+TEST_P(WholeRun, OrdinaryZoomTwiceMatchesTheWindow) {
+    expectMatchesWindow({1920, 1080, 1920, 1080, 2.0f}, GetParam(), {4, 45.0, 45.0, true});
+}
+
+TEST_P(WholeRun, OrdinaryZoomThreeTimesMatchesTheWindow) {
+    // The merge enlarges by 1.5 before the final 2x: two bilinear steps against the reference's
+    // one cost luma about 6 dB (38.7 dB measured); one pixel misplaced gives 32.6 dB.
+    expectMatchesWindow({1920, 1080, 1920, 1080, 3.0f}, GetParam(), {4, 36.0, 45.0, true});
+}
+
+TEST_P(WholeRun, SuperZoomOfOneFrameMatchesTheZoomWindow) {
+    expectMatchesWindow({1280, 960, 2560, 1920, 2.0f}, GetParam(), {1, 45.0, 45.0, true});
+}
+
+TEST_P(WholeRun, SuperZoomOfABurstMatchesTheCoveredWindow) {
+    expectMatchesWindow({1280, 960, 2560, 1920, 2.0f}, GetParam(), {4, 45.0, 45.0, false});
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, WholeRun,
+                         ::testing::Values(TAV_SR2_FMT_YUV420_SEMIPLANAR,
+                                           TAV_SR2_FMT_YVU420_SEMIPLANAR,
+                                           TAV_SR2_FMT_YUV10B_PACKED_LE_420S));
+
+// ---------------------------------------------------------------------------------------------
+// Runs on a procedural scene: 1280 x 960 frames, whose work crop is the whole frame.
+
+constexpr int32_t kW = 1280, kH = 960;
+
+// The engine's log lines of a run, warnings included.
+struct RunLog : EngineLogCapture {
+    RunLog() { tav_sr2_logger->sink_w = tav_sr2_logger->sink_i; }
+    // The progress lines of the main loop, in order.
+    static std::vector<std::string> progress() {
+        std::vector<std::string> out;
+        for (const std::string& line : lines()) {
+            if (line.find("sr process") != std::string::npos || line.rfind("super zoom", 0) == 0 ||
+                line.rfind("TIMEOUT", 0) == 0)
+                out.push_back(line);
+        }
+        return out;
+    }
+};
+
+// Holds the run limit at `us` for its life.
+struct RunLimit {
+    explicit RunLimit(uint32_t us) { tav_sr2_run_limit_us = us; }
+    ~RunLimit() { tav_sr2_run_limit_us = TAV_SR2_RUN_LIMIT_US; }
+};
+
+struct SmallRun {
+    int32_t out_width = kW, out_height = kH;
+    float zoom = 2.0f;
+    int32_t frames = 2;
+    void (*tune)(tav_sr2_SrParams*) = nullptr;
+
+    // Runs the scene; the status of tav_sr2_process, the picture in *out.
+    uint32_t run(const Scene& scene, HostOutput* out) const {
+        EngineRun r(kW, kH, out_width, out_height, zoom, "YUV420_SEMIPLANAR", frames, tune);
+        if (r.engine == nullptr) return TAV_ERROR_GENERIC;
+        const HostFrame frame(scene, TAV_SR2_FMT_YUV420_SEMIPLANAR);  // lives through the run
+        r.add(frame, frames);
+        const uint32_t status = tav_sr2_process(&r.engine, &out->record);
+        EXPECT_EQ(tav_sr2_finish(&r.engine), TAV_OK);
+        return status;
+    }
+};
+
+TEST(PipelineProcess, TimeLimitSkipsTheStagesButWritesTheOutput) {
+    const Scene scene = tav_run::proceduralScene(kW, kH);
+    SmallRun small;
+    small.tune = [](tav_sr2_SrParams* p) { p->light_enable = 1; };
+    HostOutput in_time(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    ASSERT_EQ(small.run(scene, &in_time), TAV_OK);
+
+    RunLog log;
+    HostOutput late(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    {
+        RunLimit limit(0);
+        EXPECT_EQ(small.run(scene, &late), TAV_ERROR_TIMEOUT);
+    }
+    // Past the check after the merge nothing but the output step runs; its picture is the one
+    // of a run in time, as the skipped stages do not change it yet.
+    const std::vector<std::string> lines = RunLog::progress();
+    ASSERT_EQ(lines.size(), 6u);
+    EXPECT_EQ(lines[0], "sr process begin...\n");
+    EXPECT_EQ(lines[1], "sr process 1 init image: finish...\n");
+    EXPECT_EQ(lines[2], "sr process 2 merge images: finish...\n");
+    int stage = 0;
+    double elapsed = -1, limit = -1;
+    ASSERT_EQ(sscanf(lines[3].c_str(), "TIMEOUT!!(%d) %lf > %lf\n", &stage, &elapsed, &limit), 3)
+        << lines[3];
+    EXPECT_EQ(stage, 2);
+    EXPECT_GT(elapsed, 0.0);
+    EXPECT_EQ(limit, 0.0);
+    EXPECT_EQ(lines[4], "sr process 11 finish...\n");
+    EXPECT_EQ(lines[5], "sr process end...\n");
+    EXPECT_EQ(late.luma, in_time.luma);
+    EXPECT_EQ(late.chroma, in_time.chroma);
+}
+
+TEST(PipelineProcess, LogLinesFollowTheTuning) {
+    const Scene scene = tav_run::proceduralScene(kW, kH);
+    struct Case {
+        const char* what;
+        SmallRun run;
+        std::vector<std::string> expected;
+    };
+    SmallRun late_dark_light;  // dark_light_nr after the enhancement, its own line
+    SmallRun early_dark_light;
+    early_dark_light.tune = [](tav_sr2_SrParams* p) {
+        p->light_enable = 1;
+        p->y_nr_times = 0;  // the stage is empty but still logs, and stage 11 is not reached
+    };
+    SmallRun super_zoom;
+    super_zoom.out_width = 2 * kW;
+    super_zoom.out_height = 2 * kH;
+    const std::vector<std::string> head = {"sr process begin...\n",
+                                           "sr process 1 init image: finish...\n",
+                                           "sr process 2 merge images: finish...\n"};
+    const std::vector<std::string> middle = {"sr process 4 : finish...\n",
+                                             "sr process 5 finish...\n", "sr process 6 finish...\n",
+                                             "sr process 8 finish...\n"};
+    const std::vector<std::string> tail = {"sr process 11 finish...\n", "sr process end...\n"};
+    auto join = [](std::initializer_list<std::vector<std::string>> parts) {
+        std::vector<std::string> all;
+        for (const auto& p : parts)
+            all.insert(all.end(), p.begin(), p.end());
+        return all;
+    };
+    const Case cases[] = {
+        {"late dark-light NR", late_dark_light,
+         join({head, middle, {"sr process 10 finish...\n"}, tail})},
+        {"early dark-light NR", early_dark_light,
+         join({head,
+               {"dark_light_nr_enable: sr process 3 dark_light_nr: finish...\n"},
+               middle,
+               tail})},
+        {"super zoom", super_zoom,
+         join({head,
+               middle,
+               {"sr process 10 finish...\n", "super zoom mode dither finish...\n"},
+               tail})},
+    };
+    for (const Case& c : cases) {
+        RunLog log;
+        HostOutput out(c.run.out_width, c.run.out_height, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+        EXPECT_EQ(c.run.run(scene, &out), TAV_OK) << c.what;
+        EXPECT_EQ(RunLog::progress(), c.expected) << c.what;
+    }
+}
+
+// The ghost weight of a difference j: full up to the offset, then a logistic fall.
+std::vector<uint8_t> referenceWeights(double slope, double offset) {
+    std::vector<uint8_t> table(256);
+    for (int j = 0; j < 256; ++j) {
+        const double w = 256.0 / (exp(slope * std::max(0.0, j - offset)) + 1.0);
+        table[j] = uint8_t(std::clamp(w, 0.0, 128.0));
+    }
+    return table;
+}
+
+TEST(PipelineProcess, WeightTablesAreTheLogisticCurve) {
+    const struct {
+        double slope, offset;
+    } cases[] = {{1.0, 24.0}, {0.37, 10.5}, {2.0, 0.0}, {0.0, 30.0}, {6.0, 300.0}, {50.0, 3.0}};
+    for (const auto& c : cases) {
+        uint8_t table[256];
+        tav_sr2_fillWeightTable(table, c.slope, c.offset);
+        EXPECT_EQ(std::vector<uint8_t>(table, table + 256), referenceWeights(c.slope, c.offset))
+            << c.slope << " " << c.offset;
+    }
+}
+
+// A run's base frame: the weight tables from the tuning, lowered for a crop that merges at the
+// frame's own scale at fast_merge_mode 3, and the faces taken to the face map.
+TEST(PipelineProcess, BaseFrameSetsTheWeightsAndFaceRectangles) {
+    const Scene scene = tav_run::proceduralScene(1920, 1080);
+    const HostFrame frame(scene, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    const struct {
+        float zoom;
+        int32_t fast_enable;
+        bool lowered;  // frame width / view width below 2 at fast_merge_mode 3
+    } cases[] = {{2.0f, 3, true}, {2.0f, 1, false}, {3.0f, 3, false}};
+    for (const auto& c : cases) {
+        EngineRun run(
+            1920, 1080, 1920, 1080, c.zoom, "YUV420_SEMIPLANAR", 2,
+            c.fast_enable == 3 ? +[](tav_sr2_SrParams* p) { p->fast_enable = 3; }
+                               : +[](tav_sr2_SrParams* p) { p->fast_enable = 1; });
+        ASSERT_NE(run.engine, nullptr);
+        tav_sr2_Rect crop;
+        tav_sr2_Engine_workCrop(run.engine, &crop);
+        const tav_sr2_Pipeline& p = run.engine->pipeline;
+        // A face whose top left lies in the crop's margin, outside the area of interest.
+        const tav_sr2_Rect face = {
+            crop.left + p.clip_rect.left - 30, crop.top + p.clip_rect.top - 20,
+            crop.left + p.clip_rect.left + 170, crop.top + p.clip_rect.top + 180};
+        ASSERT_EQ(tav_sr2_setFaceRects(&run.engine, &face, 1), TAV_OK);
+        ASSERT_EQ(p.internal_face_num, 1);
+        run.add(frame, 2);
+        const double deg = p.tuning.deghost_deg, ofs = p.tuning.deghost_ofs;
+        RunLog log;
+        HostOutput out(1920, 1080, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+        ASSERT_EQ(tav_sr2_process(&run.engine, &out.record), TAV_OK);
+
+        const double used_ofs = c.lowered ? ofs / 2 : ofs;
+        EXPECT_EQ(p.tuning.deghost_ofs, used_ofs) << c.zoom;
+        EXPECT_EQ(p.tuning.deghost_deg, deg) << c.zoom;  // doubled on the GPU path only
+        EXPECT_EQ(std::vector<uint8_t>(p.weight_table, p.weight_table + 256),
+                  referenceWeights(deg, used_ofs));
+        EXPECT_EQ(std::vector<uint8_t>(p.weight_table_face, p.weight_table_face + 256),
+                  referenceWeights(6.0, used_ofs / 4));
+        // Clamped to the view at the top left, then scaled to the face map, halves away from 0.
+        const double sx = double(p.face_mask.width) / p.aligned_width;
+        const double sy = double(p.face_mask.height) / p.aligned_height;
+        const auto rendered = RunLog::starting("render_face_rect");
+        const auto mapped = RunLog::starting("face_trans2D_rect");
+        ASSERT_EQ(rendered.size(), 1u);
+        ASSERT_EQ(mapped.size(), 1u);
+        EXPECT_EQ(rendered[0], "render_face_rect  [0, 0, 170, 180]\n");
+        char want[96];
+        snprintf(want, sizeof want, "face_trans2D_rect  [0, 0, %ld, %ld]\n", lround(170 * sx),
+                 lround(180 * sy));
+        EXPECT_EQ(mapped[0], want);
+    }
+}
+
+TEST(PipelineProcess, SecondRunOnOneEngineStartsAfresh) {
+    const Scene scene = tav_run::proceduralScene(kW, kH);
+    const HostFrame frame(scene, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    EngineRun run(kW, kH, kW, kH, 2.0f, "YUV420_SEMIPLANAR", 3);
+    ASSERT_NE(run.engine, nullptr);
+    HostOutput first(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    run.add(frame, 3);
+    ASSERT_EQ(tav_sr2_process(&run.engine, &first.record), TAV_OK);
+    EXPECT_EQ(run.engine->cursor, 0);
+    EXPECT_NE(run.engine->state & TAV_SR2_STATE_PROCESSED, 0);
+    EXPECT_EQ(run.engine->pipeline.restart_pending, 1);
+    const uint32_t after_first = tav_sr2_MemPool_inUse(&run.engine->pool);
+
+    // The next frames make a new burst of their own; the run leaves the pool as the first did.
+    HostOutput second(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    run.add(frame, 2);
+    EXPECT_EQ(run.engine->pipeline.frame_count, 2);
+    ASSERT_EQ(tav_sr2_process(&run.engine, &second.record), TAV_OK);
+    EXPECT_EQ(second.luma, first.luma);
+    EXPECT_EQ(second.chroma, first.chroma);
+    EXPECT_EQ(tav_sr2_MemPool_inUse(&run.engine->pool), after_first);
+    int32_t merged = 0;
+    EXPECT_EQ(tav_sr2_getMergeNum(&run.engine, &merged), TAV_OK);
+    EXPECT_GE(merged, 1);
+    EXPECT_LE(merged, 2);
+    EXPECT_LE(int64_t(run.engine->pool.peak), run.poolBudget());
+}
+
+TEST(PipelineProcess, ProcessChecksItsArguments) {
+    const Scene scene = tav_run::proceduralScene(kW, kH);
+    EngineRun run(kW, kH, kW, kH, 2.0f, "YUV420_SEMIPLANAR", 2);
+    ASSERT_NE(run.engine, nullptr);
+    const HostFrame frame(scene, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    run.add(frame, 1);
+    HostOutput out(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    tav_sr2_Engine* none = nullptr;
+    EXPECT_EQ(tav_sr2_process(nullptr, &out.record), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_process(&none, &out.record), TAV_ERROR_PARAM);
+    EXPECT_EQ(tav_sr2_process(&run.engine, nullptr), TAV_ERROR_PARAM);
+    tavrin_KELD_Image bad = out.record;
+    bad.plane0 = nullptr;
+    EXPECT_EQ(tav_sr2_process(&run.engine, &bad), TAV_ERROR_PARAM);
+    bad = out.record;
+    bad.pitch0 = kW - 2;  // rows shorter than the picture
+    EXPECT_EQ(tav_sr2_process(&run.engine, &bad), TAV_ERROR_GENERIC);
+    EXPECT_EQ(run.engine->state & TAV_SR2_STATE_PROCESSED, 0);  // nothing ran yet
+
+    // A first frame of a format the loop does not take ends the run at its images.
+    tav_sr2_Pipeline* p = &run.engine->pipeline;
+    p->images[0].format = TAV_SR2_FMT_UINT8;
+    p->restart_pending = 0;
+    EXPECT_EQ(tav_sr2_process(&run.engine, &out.record), TAV_ERROR_UNSUPPORTED);
+    EXPECT_EQ(p->restart_pending, 1);
+    EXPECT_NE(run.engine->state & TAV_SR2_STATE_PROCESSED, 0);
+    EXPECT_TRUE(std::all_of(out.luma.begin(), out.luma.end(),
+                            [](uint8_t v) { return v == HostOutput::kPad; }));
+}
+
+#ifdef TAVRIN_FAULT_INJECTION
+// Fails every pool allocation of a call in turn, once or from then on (persist). `call` runs on
+// an engine holding two frames; check sees each failing attempt's status. Nothing may crash and
+// nothing may leak: the engine's finish finds the pool empty.
+template <typename Call, typename Check>
+void failEachAllocation(int32_t out_width, int32_t out_height, float zoom, Call call, Check check) {
+    const Scene scene = tav_run::proceduralScene(640, 480);
+    const HostFrame frame(scene, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    auto attempt = [&](uint32_t nth, bool persist, uint32_t* count) {
+        EngineRun run(640, 480, out_width, out_height, zoom, "YUV420_SEMIPLANAR", 2);
+        if (run.engine == nullptr) return TAV_ERROR_GENERIC;
+        run.add(frame, 2);
+        HostOutput out(out_width, out_height, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+        const uint32_t status = call(&run.engine, &out.record, nth, persist);
+        if (count != nullptr) *count = tav_sr2_MemPool_allocCount();
+        tav_sr2_MemPool_injectFailure(0, false);
+        EXPECT_EQ(tav_sr2_finish(&run.engine), TAV_OK) << nth << " " << persist;
+        return status;
+    };
+    uint32_t total = 0;
+    ASSERT_EQ(attempt(0, false, &total), TAV_OK);
+    ASSERT_GT(total, 3u);
+    for (bool persist : {false, true}) {
+        for (uint32_t nth = 1; nth <= total; ++nth)
+            check(attempt(nth, persist, nullptr), nth, total, persist);
+    }
+}
+
+const struct {
+    int32_t out_width, out_height;
+    float zoom;
+} kFaultGeometries[] = {{640, 480, 3.0f}, {1280, 960, 2.0f}};  // zoomed merge; super zoom
+
+// The main loop alone, on a burst already aligned: only the run's timer and images (its first
+// three allocations) fail the run; later failures are dropped and the run reports success.
+TEST(PipelineProcess, EveryAllocationOfTheLoopMayFail) {
+    for (const auto& g : kFaultGeometries) {
+        failEachAllocation(
+            g.out_width, g.out_height, g.zoom,
+            [](tav_sr2_Engine** e, const tavrin_KELD_Image* out, uint32_t nth, bool persist) {
+                tav_sr2_Pipeline* p = &(*e)->pipeline;
+                EXPECT_EQ(tav_sr2_Image_wrapPlanes(&(*e)->output_image, out,
+                                                   TAV_SR2_FMT_YUV420_SEMIPLANAR),
+                          TAV_OK);
+                EXPECT_EQ(tav_sr2_Pipeline_align(p), TAV_OK);
+                tav_sr2_Pipeline_setOutput(p, &(*e)->output_image);
+                tav_sr2_MemPool_injectFailure(nth, persist);
+                const uint32_t status = tav_sr2_Pipeline_process(p);
+                EXPECT_EQ(p->restart_pending, 1);
+                return status;
+            },
+            [](uint32_t status, uint32_t nth, uint32_t total, bool persist) {
+                EXPECT_EQ(status, nth <= 3 ? TAV_ERROR_MALLOC : TAV_OK)
+                    << "allocation " << nth << " of " << total << (persist ? " onwards" : "");
+            });
+    }
+}
+
+// The whole engine run, alignment included: a failure is reported as the pool's, or dropped.
+TEST(PipelineProcess, EveryAllocationOfARunMayFail) {
+    for (const auto& g : kFaultGeometries) {
+        failEachAllocation(
+            g.out_width, g.out_height, g.zoom,
+            [](tav_sr2_Engine** e, const tavrin_KELD_Image* out, uint32_t nth, bool persist) {
+                tav_sr2_MemPool_injectFailure(nth, persist);
+                return tav_sr2_process(e, out);
+            },
+            [](uint32_t status, uint32_t nth, uint32_t total, bool persist) {
+                EXPECT_TRUE(status == TAV_OK || status == TAV_ERROR_MALLOC)
+                    << std::hex << status << std::dec << " at allocation " << nth << " of " << total
+                    << (persist ? " onwards" : "");
+            });
+    }
+}
+#endif
+
+}  // namespace

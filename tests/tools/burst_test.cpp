@@ -1,0 +1,320 @@
+// Synthetic bursts: determinism, the noise model's variance, the geometry recorded in the
+// manifest (checked against the pixels), the truth, moving patches and the manifest file.
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <string>
+
+#include "tools/toolkit/burst.h"
+#include "tools/toolkit/manifest.h"
+
+namespace {
+
+using tavio::RgbImage;
+using tavtool::Burst;
+using tavtool::BurstConfig;
+
+// A smooth, non-periodic colour pattern, so that interpolation between pixels is accurate.
+RgbImage smoothPhoto(int32_t w, int32_t h) {
+    RgbImage im;
+    im.width = w;
+    im.height = h;
+    im.rgb.resize(size_t(w) * h * 3);
+    for (int32_t y = 0; y < h; ++y)
+        for (int32_t x = 0; x < w; ++x)
+            for (int c = 0; c < 3; ++c)
+                im.rgb[(size_t(y) * w + x) * 3 + c] = uint16_t(
+                    128 + 60 * std::sin(0.061 * x + 0.8 * c) * std::cos(0.047 * y - 0.3 * c) +
+                    30 * std::sin(0.013 * (x + 2 * y)));
+    return im;
+}
+
+RgbImage flatPhoto(int32_t w, int32_t h, uint16_t level) {
+    RgbImage im;
+    im.width = w;
+    im.height = h;
+    im.rgb.assign(size_t(w) * h * 3, level);
+    return im;
+}
+
+double channel(const RgbImage& im, double x, double y, int c) {
+    // Bilinear read of an 8-bit image, for resampling one frame onto another.
+    const int32_t x0 = int32_t(std::floor(x)), y0 = int32_t(std::floor(y));
+    const double fx = x - x0, fy = y - y0;
+    auto at = [&](int32_t xx, int32_t yy) {
+        return double(im.rgb[(size_t(yy) * im.width + xx) * 3 + c]);
+    };
+    return (at(x0, y0) * (1 - fx) + at(x0 + 1, y0) * fx) * (1 - fy) +
+           (at(x0, y0 + 1) * (1 - fx) + at(x0 + 1, y0 + 1) * fx) * fy;
+}
+
+BurstConfig quietConfig() {
+    BurstConfig c;
+    c.noise_from_iso = false;
+    c.noise = {0.0, 0.0};
+    return c;
+}
+
+TEST(Burst, SameSeedSameBytesOtherSeedOtherFrames) {
+    const RgbImage photo = smoothPhoto(200, 150);
+    BurstConfig c;
+    c.frames = 4;
+    c.seed = 11;
+    c.ghosts = 1;
+    Burst a, b, other;
+    std::string error;
+    ASSERT_TRUE(tavtool::makeBurst(photo, c, &a, &error)) << error;
+    ASSERT_TRUE(tavtool::makeBurst(photo, c, &b, &error)) << error;
+    c.seed = 12;
+    ASSERT_TRUE(tavtool::makeBurst(photo, c, &other, &error)) << error;
+    for (int k = 0; k < 4; ++k)
+        EXPECT_EQ(a.frames[k].rgb, b.frames[k].rgb) << k;
+    EXPECT_EQ(a.truth.rgb, b.truth.rgb);
+    EXPECT_NE(a.frames[1].rgb, other.frames[1].rgb);
+    EXPECT_NE(a.motions[1].dx, other.motions[1].dx);
+    // The base frame never moves.
+    EXPECT_EQ(a.motions[0].dx, 0.0);
+    EXPECT_EQ(a.homographies[0].m[2], 0.0);
+}
+
+TEST(Burst, NoiseVarianceFollowsGainAndReadNoise) {
+    for (uint16_t level : {40, 200}) {
+        BurstConfig c;
+        c.frames = 1;
+        c.factor = 1;
+        c.margin = 0;
+        c.supersample = 1;
+        c.noise_from_iso = false;
+        c.noise = {0.3, 2.5};
+        Burst b;
+        std::string error;
+        ASSERT_TRUE(tavtool::makeBurst(flatPhoto(300, 300, level), c, &b, &error)) << error;
+        double sum = 0, sum2 = 0;
+        for (uint16_t v : b.frames[0].rgb) {
+            sum += v;
+            sum2 += double(v) * v;
+        }
+        const double n = double(b.frames[0].rgb.size());
+        const double mean = sum / n;
+        const double variance = sum2 / n - mean * mean;
+        // Rounding to whole codes adds 1/12.
+        const double expected = 0.3 * level + 2.5 * 2.5 + 1.0 / 12.0;
+        EXPECT_NEAR(mean, level, 0.05);
+        EXPECT_NEAR(variance / expected, 1.0, 0.03) << "level " << level;
+    }
+    EXPECT_DOUBLE_EQ(tavtool::noiseForIso(800).gain, 8 * tavtool::noiseForIso(100).gain);
+}
+
+TEST(Burst, IntegerShiftMovesPixelsExactlyAndTruthIsThePhotograph) {
+    const RgbImage photo = smoothPhoto(120, 90);
+    BurstConfig c = quietConfig();
+    c.frames = 2;
+    c.factor = 1;
+    c.zoom = 1.0;
+    c.margin = 8;
+    c.supersample = 1;
+    c.motions.resize(2);
+    c.motions[1].dx = 3;
+    c.motions[1].dy = -2;
+    Burst b;
+    std::string error;
+    ASSERT_TRUE(tavtool::makeBurst(photo, c, &b, &error)) << error;
+    const RgbImage& f = b.frames[1];
+    for (int32_t y = 0; y < f.height; ++y)
+        for (int32_t x = 0; x < f.width; ++x)
+            for (int ch = 0; ch < 3; ++ch)
+                ASSERT_EQ(
+                    f.rgb[(size_t(y) * f.width + x) * 3 + ch],
+                    photo.rgb[(size_t(b.origin_y + y + 2) * photo.width + b.origin_x + x - 3) * 3 +
+                              ch])
+                    << x << "," << y;
+    // At zoom equal to the factor the truth is the photograph's own pixels.
+    c.factor = 2;
+    c.zoom = 0.0;
+    c.supersample = 4;
+    ASSERT_TRUE(tavtool::makeBurst(photo, c, &b, &error)) << error;
+    ASSERT_EQ(b.truth.width, 2 * b.frame_width);
+    for (int32_t y = 0; y < b.truth.height; ++y)
+        for (int32_t x = 0; x < b.truth.width; ++x)
+            ASSERT_EQ(b.truth.rgb[(size_t(y) * b.truth.width + x) * 3],
+                      photo.rgb[(size_t(b.origin_y + y) * photo.width + b.origin_x + x) * 3]);
+}
+
+TEST(Burst, KnownShiftsReadBackFromTheManifestMapTheBaseFrameOntoEachFrame) {
+    const RgbImage photo = smoothPhoto(400, 300);
+    BurstConfig c = quietConfig();
+    c.frames = 4;
+    const double shifts[4][2] = {{0, 0}, {1.25, -0.5}, {-2.75, 1.5}, {0.4, 2.2}};
+    c.motions.resize(4);
+    for (int k = 0; k < 4; ++k) {
+        c.motions[k].dx = shifts[k][0];
+        c.motions[k].dy = shifts[k][1];
+    }
+    Burst b;
+    std::string error;
+    ASSERT_TRUE(tavtool::makeBurst(photo, c, &b, &error)) << error;
+    char dir_pattern[] = "/tmp/tavrin_burst_XXXXXX";
+    const std::string dir = mkdtemp(dir_pattern);
+    const std::string path = dir + "/manifest.txt";
+    ASSERT_TRUE(tavtool::writeManifest(
+        path, tavtool::manifestOf(b, "photo.png", {"a", "b", "c", "d"}, "t.png", 10000), &error));
+    tavtool::Manifest m;
+    ASSERT_TRUE(tavtool::readManifest(path, &m, &error)) << error;
+    unlink(path.c_str());
+    rmdir(dir.c_str());
+
+    const RgbImage& base = b.frames[0];
+    for (int k = 1; k < 4; ++k) {
+        const double* h = m.frames[k].h.m;
+        EXPECT_NEAR(h[2], shifts[k][0], 1e-12);
+        EXPECT_NEAR(h[5], shifts[k][1], 1e-12);
+        EXPECT_DOUBLE_EQ(h[0], 1.0);
+        EXPECT_DOUBLE_EQ(h[6], 0.0);
+        // frame_k(v) shows the base frame at v - shift; the wrong sign must fit far worse.
+        double err_right = 0, err_wrong = 0;
+        int n = 0;
+        const RgbImage& f = b.frames[k];
+        for (int32_t y = 8; y < f.height - 8; ++y) {
+            for (int32_t x = 8; x < f.width - 8; ++x) {
+                const double v = f.rgb[(size_t(y) * f.width + x) * 3 + 1];
+                err_right += std::fabs(v - channel(base, x - h[2], y - h[5], 1));
+                err_wrong += std::fabs(v - channel(base, x + h[2], y + h[5], 1));
+                ++n;
+            }
+        }
+        EXPECT_LT(err_right / n, 0.8) << "frame " << k;
+        EXPECT_GT(err_wrong / n, 4 * (err_right / n + 0.25)) << "frame " << k;
+    }
+}
+
+TEST(Burst, HomographiesComposeAsDocumented) {
+    tavtool::Motion m;
+    m.angle_deg = 3;
+    m.scale = 1.02;
+    m.kx = 0.01;
+    m.ky = -0.004;
+    m.dx = 1.5;
+    m.dy = -2.5;
+    const tavtool::Homography h = tavtool::motionHomography(m, 50, 40);
+    double x, y;
+    tavtool::homographyApply(h, 50, 40, &x, &y);  // the centre only moves by the shift
+    EXPECT_NEAR(x, 51.5, 1e-12);
+    EXPECT_NEAR(y, 37.5, 1e-12);
+    tavtool::Homography inv;
+    ASSERT_TRUE(tavtool::homographyInvert(h, &inv));
+    const tavtool::Homography id = tavtool::homographyMultiply(h, inv);
+    for (int i = 0; i < 9; ++i)
+        EXPECT_NEAR(id.m[i] / id.m[8], i % 4 == 0 ? 1.0 : 0.0, 1e-12) << i;
+    // The keystone changes scale by kx at the right edge (x = 2 cx), before rotation.
+    tavtool::Motion k;
+    k.kx = 0.01;
+    const tavtool::Homography hk = tavtool::motionHomography(k, 50, 40);
+    double xr, yr;
+    tavtool::homographyApply(hk, 100, 40, &xr, &yr);
+    EXPECT_NEAR(xr - 50, 50 / 1.01, 1e-9);
+}
+
+TEST(Burst, MovingPatchesChangeOnlyTheirSquareAndSitInTheTruthAtTheBasePosition) {
+    const RgbImage photo = smoothPhoto(300, 220);
+    BurstConfig c = quietConfig();
+    c.frames = 3;
+    c.base = 1;
+    c.max_shift = 0;
+    c.max_rotate_deg = 0;
+    c.max_scale = 0;
+    c.max_keystone = 0;
+    Burst plain, ghosted;
+    std::string error;
+    ASSERT_TRUE(tavtool::makeBurst(photo, c, &plain, &error)) << error;
+    c.ghosts = 1;
+    c.ghost_size = 20;
+    c.ghost_step = 7;
+    ASSERT_TRUE(tavtool::makeBurst(photo, c, &ghosted, &error)) << error;
+    const tavtool::GhostPatch& g = ghosted.ghosts[0];
+    const double side = g.size / 2.0;  // in frame pixels
+    for (int k = 0; k < 3; ++k) {
+        // Frame pixels whose footprint (with the bilinear reach) touches the patch may change.
+        const double gx = (g.x0 + g.vx * (k - 1) - ghosted.origin_x) / 2.0;
+        const double gy = (g.y0 + g.vy * (k - 1) - ghosted.origin_y) / 2.0;
+        int changed = 0;
+        const RgbImage& a = plain.frames[k];
+        const RgbImage& b = ghosted.frames[k];
+        for (int32_t y = 0; y < a.height; ++y) {
+            for (int32_t x = 0; x < a.width; ++x) {
+                const size_t i = (size_t(y) * a.width + x) * 3;
+                if (a.rgb[i] == b.rgb[i] && a.rgb[i + 1] == b.rgb[i + 1]) continue;
+                ++changed;
+                EXPECT_TRUE(x >= gx - 1.5 && x <= gx + side + 1.5 && y >= gy - 1.5 &&
+                            y <= gy + side + 1.5)
+                    << "frame " << k << " pixel " << x << "," << y;
+            }
+        }
+        EXPECT_GT(changed, 50) << "frame " << k;
+    }
+    // The truth shows the patch where the base frame (1) has it: its square is a copy of the
+    // source square.
+    const int32_t tx = int32_t(std::ceil(g.x0)) - ghosted.origin_x + 2;
+    const int32_t ty = int32_t(std::ceil(g.y0)) - ghosted.origin_y + 2;
+    const double sx = tx + ghosted.origin_x - g.x0 + g.src_x;
+    const double sy = ty + ghosted.origin_y - g.y0 + g.src_y;
+    EXPECT_NEAR(ghosted.truth.rgb[(size_t(ty) * ghosted.truth.width + tx) * 3],
+                channel(photo, sx, sy, 0), 1.0);
+}
+
+TEST(Burst, ManifestReadsBackExactlyAndNamesABadLine) {
+    const RgbImage photo = smoothPhoto(160, 120);
+    BurstConfig c;
+    c.frames = 3;
+    c.ghosts = 2;
+    c.seed = 77;
+    Burst b;
+    std::string error;
+    ASSERT_TRUE(tavtool::makeBurst(photo, c, &b, &error)) << error;
+    const tavtool::Manifest m =
+        tavtool::manifestOf(b, "some photo.png", {"f0.png", "f1.png", "f2.png"}, "t.png", 4000);
+    char dir_pattern[] = "/tmp/tavrin_manifest_XXXXXX";
+    const std::string dir = mkdtemp(dir_pattern);
+    const std::string path = dir + "/manifest.txt";
+    ASSERT_TRUE(tavtool::writeManifest(path, m, &error)) << error;
+    tavtool::Manifest r;
+    ASSERT_TRUE(tavtool::readManifest(path, &r, &error)) << error;
+    EXPECT_EQ(r.source, "some photo.png");
+    EXPECT_EQ(r.seed, 77u);
+    EXPECT_EQ(r.truth_width, b.truth_width);
+    EXPECT_EQ(r.exposure, 4000);
+    EXPECT_EQ(r.noise.gain, b.config.noise.gain);
+    ASSERT_EQ(r.frames.size(), 3u);
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_EQ(r.frames[k].file, m.frames[k].file);
+        for (int i = 0; i < 9; ++i)
+            EXPECT_EQ(r.frames[k].h.m[i], b.homographies[k].m[i]);
+        EXPECT_EQ(r.frames[k].motion.angle_deg, b.motions[k].angle_deg);
+    }
+    ASSERT_EQ(r.ghosts.size(), 2u);
+    EXPECT_EQ(r.ghosts[1].vy, b.ghosts[1].vy);
+    EXPECT_EQ(tavtool::manifestFile(path, "f0.png"), dir + "/f0.png");
+    EXPECT_EQ(tavtool::manifestFile("manifest.txt", "f0.png"), "f0.png");
+
+    std::string text;
+    {
+        std::ifstream in(path);
+        text.assign(std::istreambuf_iterator<char>(in), {});
+    }
+    const long bad_line = std::count(text.begin(), text.end(), '\n') + 1;
+    std::ofstream(path, std::ios::app) << "frame 1 f1.png 1 0 0\n";
+    EXPECT_FALSE(tavtool::readManifest(path, &r, &error));
+    EXPECT_NE(error.find(":" + std::to_string(bad_line) + ": malformed 'frame'"), std::string::npos)
+        << error;
+    std::ofstream(path) << "format tavrin-burst 1\nframe_size 4 4\n";
+    EXPECT_FALSE(tavtool::readManifest(path, &r, &error));
+    EXPECT_NE(error.find("not a complete"), std::string::npos);
+    unlink(path.c_str());
+    rmdir(dir.c_str());
+}
+
+}  // namespace
