@@ -21,16 +21,42 @@ struct Texture {
         double kx, ky, phase, amplitude;
     };
     std::vector<Wave> waves;
-    explicit Texture(uint32_t seed, int32_t count = 10) {
+    explicit Texture(uint32_t seed) { add(seed, 10, 6.0, 30.0, 110.0); }
+    // `count` waves of wavelengths shortest .. shortest + spread sharing `amplitude`. Short
+    // waves make steep slopes: strong corners that become gradient templates.
+    Texture& add(uint32_t seed, int32_t count, double shortest, double spread, double amplitude) {
         std::mt19937 rng(seed);
         std::uniform_real_distribution<double> unit(0.0, 1.0);
         for (int32_t i = 0; i < count; ++i) {
             const double angle = unit(rng) * 3.14159265358979;
-            const double wavelength = 6.0 + unit(rng) * 30.0;
+            const double wavelength = shortest + unit(rng) * spread;
             const double k = 2.0 * 3.14159265358979 / wavelength;
             waves.push_back({k * cos(angle), k * sin(angle), unit(rng) * 6.2831853,
-                             110.0 / count * (0.5 + unit(rng))});
+                             amplitude / count * (0.5 + unit(rng))});
         }
+        return *this;
+    }
+    // Wavelengths spread evenly on a log scale from 6 to 200 pixels with amplitudes growing as
+    // their square root, like the falling spectrum of a photograph: coarse pyramid levels keep
+    // real structure for the block search, fine ones get corners.
+    static Texture natural(uint32_t seed) {
+        Texture t(seed);
+        t.waves.clear();
+        std::mt19937 rng(seed);
+        std::uniform_real_distribution<double> unit(0.0, 1.0);
+        const int32_t count = 24;
+        double total = 0.0;
+        for (int32_t i = 0; i < count; ++i) {
+            const double wavelength = 6.0 * pow(200.0 / 6.0, (double)i / (count - 1));
+            const double angle = unit(rng) * 3.14159265358979;
+            const double k = 2.0 * 3.14159265358979 / wavelength;
+            t.waves.push_back(
+                {k * cos(angle), k * sin(angle), unit(rng) * 6.2831853, sqrt(wavelength)});
+            total += sqrt(wavelength);
+        }
+        for (Wave& w : t.waves)
+            w.amplitude *= 115.0 / total;
+        return t;
     }
     double at(double x, double y) const {
         double v = 128.0;

@@ -267,7 +267,7 @@ TEST(Tracking, MarksOutsideAndKeepsTheStartWhereThePixelSearchCannotRun) {
 
 TEST(Tracking, VectorCorrelationSumsEqualScalar) {
     std::mt19937 rng(5);
-    std::vector<uint8_t> window(8 * 11);
+    std::vector<uint8_t> window(7 * 11 + 8);  // the last row ends at the window's last pixel
     for (int32_t trial = 0; trial < 50; ++trial) {
         tav_sr2_GradientTemplate t = {};
         for (auto& g : t.g) {
