@@ -62,10 +62,10 @@ struct tav_sr2_MotionEstimator {
     tav_sr2_TemplateSet* templates;  // one per level
     uint32_t rng_state;
     tav_sr2_Trans2D current;  // running estimate, level 0 coordinates
-    int32_t refine_enable;    // not used by the engine
+    int32_t refine_enable;    // extra pass on the undivided input: not built, ignored
     int32_t refine_template_mode;
-    int32_t normalize_level0;         // histogram equalisation of level 0: not built, must be 0
-    int32_t use_level_lut;            // grey level table of the top level: not built, must be 0
+    int32_t normalize_level0;         // histogram equalisation of level 0: not built, ignored
+    int32_t use_level_lut;            // grey level table of the top level: not built, ignored
     tav_sr2_ThreadPool* thread_pool;  // row jobs; null: everything on the caller
     tav_sr2_Trans2D* level_start;     // per level, the transform on entry
     tav_sr2_Trans2D* level_result;    // per level, the transform on exit

@@ -1,10 +1,10 @@
 // Pyramid reduction rows.
 //
-// The vector form works on signed 16-bit lanes, each holding one source byte pair (2x, 2x+1) as loaded
-// from a little-endian byte row: the low byte is the even column, the high byte the odd one. A
-// load two bytes further on gives columns 2x+2 and 2x+3. The six taps sum to at most 8 * 255,
-// so 16 bits hold the sum exactly; the output column run ends where the loads would pass the
-// source row, and the rest goes through the scalar reference.
+// The vector form works on signed 16-bit lanes, each holding one source byte pair (2x, 2x+1) as
+// loaded from a little-endian byte row: the low byte is the even column, the high byte the odd one.
+// A load two bytes further on gives columns 2x+2 and 2x+3. The six taps sum to at most 8 * 255, so
+// 16 bits hold the sum exactly; the output column run ends where the loads would pass the source
+// row, and the rest goes through the scalar reference.
 
 #ifndef TAVRIN_PYRAMID_ROWS_COMMON
 #define TAVRIN_PYRAMID_ROWS_COMMON
@@ -55,7 +55,7 @@ void reduceRowVector(const uint8_t* r0, const uint8_t* r1, const uint8_t* r2, co
 void reduceRowVector(const uint8_t* r0, const uint8_t* r1, const uint8_t* r2, const uint8_t* r3,
                      uint8_t* out, int32_t width) {
     const hn::ScalableTag<int16_t> d16;
-    const hn::Repartition<uint8_t, decltype(d16)> d8;   // two bytes per 16-bit lane
+    const hn::Repartition<uint8_t, decltype(d16)> d8;  // two bytes per 16-bit lane
     const hn::Rebind<uint8_t, decltype(d16)> d8_half;  // one byte per 16-bit lane
     const int32_t lanes = static_cast<int32_t>(hn::Lanes(d16));
     const auto low_byte = hn::Set(d16, 0xFF);
