@@ -84,9 +84,8 @@ uint32_t TavrinKELD_internal_addImage(tavrin_KELD_Obj** handle, const tavrin_KEL
         return TAV_ERROR_PARAM;
     }
     tavrin_KELD_Obj* obj = *handle;
-    const int32_t group = groupOf(obj, meta);
-    if (group >= TAVRIN_KELD_MAX_EV_GROUPS ||
-        obj->ev_image_num[group] >= TAVRIN_KELD_MAX_GROUP_FRAMES) {
+    const int32_t group = groupOf(obj, meta);  // at most ev_num, thus below five
+    if (obj->ev_image_num[group] >= TAVRIN_KELD_MAX_GROUP_FRAMES) {
         TAVRIN_KELD_LOG_PARAM_ERROR();
         return TAV_ERROR_PARAM;
     }
@@ -102,7 +101,7 @@ uint32_t TavrinKELD_internal_addImage(tavrin_KELD_Obj** handle, const tavrin_KEL
                         "et = %d, is_base_img = %d}",
                         obj->input_num, image->plane0, image->width, image->height, meta->iso,
                         meta->exposure_time, meta->is_base_img);
-    // Input dumps (dump bit 1) arrive with the dump writer.
+    // INTERIM: input dumps (dump bit 1) arrive with the dump writer.
 
     if (obj->num_evs == 1) {
         obj->ev_num = 1;

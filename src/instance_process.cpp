@@ -89,8 +89,11 @@ uint32_t initSuperResolution(tavrin_KELD_Obj* obj, const tavrin_KELD_Image* outp
                             status);
         return status;
     }
+    // The mean of two ints fits an int; their sum need not.
     const int32_t* r = obj->zoom_rect;
-    status = tav_sr2_setZoomCenter(&obj->sr_engine, (r[0] + r[2]) / 2, (r[1] + r[3]) / 2);
+    const int32_t center_x = static_cast<int32_t>((int64_t{r[0]} + r[2]) / 2);
+    const int32_t center_y = static_cast<int32_t>((int64_t{r[1]} + r[3]) / 2);
+    status = tav_sr2_setZoomCenter(&obj->sr_engine, center_x, center_y);
     if (status != TAV_OK) {
         TavrinKELD_logError(level, "Failed to set zoom center, ret = %x", status);
     }
@@ -212,7 +215,7 @@ void findBaseFrame(tavrin_KELD_Obj* obj, int32_t g) {
         TAVRIN_KELD_LOG_IF_TIMEOUT(level, status);
     }
     TavrinKELD_logDebug(level, "EV[%d]. base_id = %d", g, obj->base_id);
-    // The base frame dump (dump_base) arrives with the dump writer.
+    // INTERIM: the base frame dump (dump_base) arrives with the dump writer.
 }
 
 void runEngine(tavrin_KELD_Obj* obj, int32_t g, const tavrin_KELD_Image* output) {
@@ -224,7 +227,7 @@ void runEngine(tavrin_KELD_Obj* obj, int32_t g, const tavrin_KELD_Image* output)
     } else {
         // Without multi-group fusion a group's result replaces its first frame.
         status = tav_sr2_process(&obj->sr_engine, &obj->input_images[g][0]);
-        // The group output dump (mask 3) arrives with the dump writer.
+        // INTERIM: the group output dump (mask 3) arrives with the dump writer.
     }
     if (status != TAV_OK) {
         TavrinKELD_logError(level, "Failed to get sr output image, errno = %x", status);
@@ -313,7 +316,7 @@ uint32_t TavrinKELD_internal_process(tavrin_KELD_Obj** handle, const tavrin_KELD
         bypassCopy(obj, output);
         return TAV_OK;
     }
-    // The parameter dump (dump bit 1) arrives with the dump writer.
+    // INTERIM: the parameter dump (dump bit 1) arrives with the dump writer.
 
     uint32_t status = initSuperResolution(obj, output);
     if (status != TAV_OK) {
@@ -343,7 +346,7 @@ uint32_t TavrinKELD_internal_process(tavrin_KELD_Obj** handle, const tavrin_KELD
         TavrinKELD_internal_drawFace(output, obj->face_rects, obj->face_num);
         TavrinKELD_logDebug(level, "Draw Face Rect To Output Image");
     }
-    // The output dump (dump bit 2) arrives with the dump writer.
+    // INTERIM: the output dump (dump bit 2) arrives with the dump writer.
     clearBurst(obj);
     logTimeSpent(level, __func__, start);
     TavrinKELD_logDebug(level, "%s X", __func__);

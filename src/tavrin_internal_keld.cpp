@@ -253,11 +253,14 @@ void TavrinKELD_internal_deriveGeometry(tavrin_KELD_Obj* obj) {
         rect[2] = obj->width;
         rect[3] = obj->height;
     }
-    const int32_t rect_width = rect[2] - rect[0];
-    const int32_t rect_height = rect[3] - rect[1];
+    // The host's rect may span more than an int: widths are taken in 64 bits.
+    const int64_t rect_width = int64_t{rect[2]} - rect[0];
+    const int64_t rect_height = int64_t{rect[3]} - rect[1];
     if (obj->zoom_ratio == 0.0f || obj->output_width != obj->width) {
-        const double zoom_x = static_cast<double>(obj->output_width) / rect_width;
-        const double zoom_y = static_cast<double>(obj->output_height) / rect_height;
+        const double zoom_x =
+            static_cast<double>(obj->output_width) / static_cast<double>(rect_width);
+        const double zoom_y =
+            static_cast<double>(obj->output_height) / static_cast<double>(rect_height);
         obj->zoom_ratio = static_cast<float>(zoom_x > zoom_y ? zoom_x : zoom_y);
         if (rect_width == obj->width && obj->output_width != obj->width) obj->super_zoom = 1;
     } else {

@@ -10,7 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "property_store.h"
+#include "../common/property_store.h"
+#include "../common/scene_frame.h"
 #include "tavrin_keld.h"
 
 namespace {
@@ -19,32 +20,8 @@ bool contains(const std::string& log, const std::string& text) {
     return log.find(text) != std::string::npos;
 }
 
-// A frame or output buffer in format 48: luma, then interleaved chroma at half height.
-struct Frame {
-    int32_t width, height, pitch;
-    std::vector<uint8_t> pixels;
-
-    Frame(int32_t w, int32_t h, uint8_t fill) : width(w), height(h), pitch(w) {
-        pixels.assign(size_t(pitch) * h * 3 / 2, fill);
-    }
-    // A textured scene moved by (dx, dy): smooth gradients with a few sharp edges.
-    static Frame scene(int32_t w, int32_t h, int32_t dx, int32_t dy) {
-        Frame f(w, h, 128);
-        for (int32_t y = 0; y < h; y++) {
-            for (int32_t x = 0; x < w; x++) {
-                const int32_t sx = x + dx, sy = y + dy;
-                int32_t v = 40 + (sx * 3 + sy * 2) % 150;
-                if (((sx / 24) + (sy / 24)) % 2 == 0) v += 50;
-                f.pixels[size_t(y) * w + x] = uint8_t(std::min(v, 255));
-            }
-        }
-        return f;
-    }
-    tavrin_KELD_Image image() {
-        return {width,   height, pixels.data(), pixels.data() + size_t(pitch) * height,
-                nullptr, pitch,  pitch,         0};
-    }
-};
+using keld_test::Frame;
+using keld_test::meanAbsDiff;
 
 class KeldApi : public ::testing::Test {
 protected:
@@ -118,7 +95,11 @@ tavrin_KELD_Obj* const kUnset = reinterpret_cast<tavrin_KELD_Obj*>(0x5150);
 // ---------------------------------------------------------------------------------------------
 
 TEST_F(KeldApi, InitChecksItsArgumentsSilently) {
+    // The shared debug block at level 2 first, so that a debug line of the public layer shows.
     setLogLevel("2");
+    const tavrin_KELD_PublicInitParams good = params();
+    ASSERT_EQ(TavrinKELD_init(&handle_, &good), TAV_OK);
+    ASSERT_EQ(TavrinKELD_uninit(&handle_), TAV_OK);
     struct Bad {
         const char* what;
         void (*spoil)(tavrin_KELD_PublicInitParams*);
@@ -462,13 +443,6 @@ TEST_F(KeldApi, UninitClearsTheHandle) {
 
 // ---------------------------------------------------------------------------------------------
 // Whole runs through the engine.
-
-double meanAbsDiff(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b, size_t n) {
-    double sum = 0;
-    for (size_t i = 0; i < n; i++)
-        sum += std::abs(int(a[i]) - int(b[i]));
-    return sum / double(n);
-}
 
 TEST_F(KeldApi, WholeRunWritesTheOutput) {
     setLogLevel("1");

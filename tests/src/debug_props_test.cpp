@@ -3,13 +3,14 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <string>
 
 #include "foundation/status.h"
-#include "tests/src/keld_property_store.h"
+#include "tests/common/property_store.h"
 
 namespace {
 
@@ -59,6 +60,13 @@ bool allSwitchesOff(const tavrin_KELD_DebugProps& p) {
            p.face_enable == 0;
 }
 
+// Seconds on the clock the stamp reads. time() may run on a coarser clock and lag it by a tick.
+time_t wallSeconds() {
+    struct timeval now;
+    gettimeofday(&now, nullptr);
+    return now.tv_sec;
+}
+
 // The timestamp read back with strptime must name the second stored in `time`.
 void expectTimestampMatchesTime(const tavrin_KELD_DebugProps& p, time_t before, time_t after) {
     ASSERT_EQ(strlen(p.timestamp), 15u) << p.timestamp;
@@ -103,9 +111,9 @@ TEST_F(DebugProps, EnabledPropertiesFillEverySwitch) {
               element("debug.tavrin.keld.log_level", "1"));
 
     tavrin_KELD_DebugProps props = junkBlock();
-    const time_t before = time(nullptr);
+    const time_t before = wallSeconds();
     EXPECT_EQ(TavrinKELD_DebugProps_read(&props), TAV_OK);
-    const time_t after = time(nullptr);
+    const time_t after = wallSeconds();
     EXPECT_EQ(props.enable, 1);
     EXPECT_EQ(props.log_level, 7);
     EXPECT_EQ(props.draw_logo, 1);
@@ -148,9 +156,9 @@ TEST_F(DebugProps, PropertyFileSetsTheSwitchesWhenPropertiesDoNot) {
         element("debug.tavrin.keld.face_enable", "5") + element("debug.tavrin.keld.run_mode", "9"));
     tavrin_KELD_DebugProps props = junkBlock();
     testing::internal::CaptureStderr();
-    const time_t before = time(nullptr);
+    const time_t before = wallSeconds();
     EXPECT_EQ(TavrinKELD_DebugProps_read(&props), TAV_OK);
-    const time_t after = time(nullptr);
+    const time_t after = wallSeconds();
     const std::string log = testing::internal::GetCapturedStderr();
     EXPECT_NE(log.find("E/TAVRIN: debug_enable = 2\n"), std::string::npos) << log;
     EXPECT_EQ(props.enable, 2);

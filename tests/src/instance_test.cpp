@@ -8,7 +8,7 @@
 
 #include "foundation/status.h"
 #include "src/tavrin_internal_keld.h"
-#include "tests/src/keld_property_store.h"
+#include "tests/common/property_store.h"
 
 namespace {
 
@@ -135,6 +135,8 @@ struct GeometryCase {
 };
 
 TEST(InstanceGeometry, ZoomRectRatioAndSuperZoom) {
+    constexpr int32_t lo = INT32_MIN, hi = INT32_MAX;
+    const float widest = float(320.0 / (double(hi) - double(lo)));
     const GeometryCase cases[] = {
         // No ratio, no rect, output twice the frame: the whole frame is enlarged.
         {400, 300, 800, 600, 0.0f, {0, 0, 0, 0}, 2.0f, {0, 0, 400, 300}, 1},
@@ -150,6 +152,8 @@ TEST(InstanceGeometry, ZoomRectRatioAndSuperZoom) {
         {400, 300, 600, 300, 0.0f, {0, 50, 400, 250}, 1.5f, {0, 50, 400, 250}, 1},
         // Ratios that are not exact in float: the double quotient rounded once.
         {300, 200, 700, 300, 0.0f, {0, 0, 0, 0}, float(700.0 / 300.0), {0, 0, 300, 200}, 1},
+        // A rect wider than any int: the width is not wrapped into a negative ratio.
+        {320, 240, 320, 240, 0.0f, {lo, lo, hi, hi}, widest, {lo, lo, hi, hi}, 0},
     };
     for (const GeometryCase& c : cases) {
         tavrin_KELD_Obj obj = {};

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "foundation/status.h"
-#include "tests/src/keld_property_store.h"
+#include "tests/common/property_store.h"
 
 namespace {
 
