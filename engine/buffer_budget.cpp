@@ -12,7 +12,6 @@
 //   instance fails at the run and not at its own init.
 #include "engine/buffer_budget.h"
 
-
 #include "engine/engine.h"
 #include "engine/work_crop.h"
 #include "enhance/resize_size.h"

@@ -28,15 +28,8 @@
 
 namespace {
 
-constexpr int32_t kPoolQueueSize = 64;
-constexpr int32_t kPoolThreads = 64;
 // The pool needs room for its first block and its end tag beyond any alignment slack.
 constexpr int64_t kMinPoolBytes = 64;
-
-bool isRunFormat(int32_t format) {
-    return format == TAV_SR2_FMT_YUV420_SEMIPLANAR || format == TAV_SR2_FMT_YVU420_SEMIPLANAR ||
-           format == TAV_SR2_FMT_YUV10B_PACKED_LE_420S;
-}
 
 bool isEvenPositive(int32_t v) {
     return v >= 1 && (v & 1) == 0;
@@ -44,7 +37,9 @@ bool isEvenPositive(int32_t v) {
 
 // trunc() for the engine's float geometry without libm: the values are sizes times a zoom of at
 // most 60, far inside the 64-bit range.
-float truncTowardZero(float v) { return static_cast<float>(static_cast<int64_t>(v)); }
+float truncTowardZero(float v) {
+    return static_cast<float>(static_cast<int64_t>(v));
+}
 
 // The zoom window must cover the output once enlarged: trunc(float(d) * zoom) >= output.
 bool zoomReaches(int32_t d, int32_t output, float zoom) {
@@ -121,7 +116,9 @@ uint32_t startWorkers(tav_sr2_Engine* e) {
     tp->core_mask = static_cast<uint32_t>(e->affinity_mask);
     tp->pin_workers = config->pin_workers;
     tp->task_sys = &e->task_sys;
-    if (tav_sr2_ThreadPool_start(tp, kPoolThreads, kPoolQueueSize) != TAV_OK)
+    // The sizes the buffer budget counts the thread pool at.
+    if (tav_sr2_ThreadPool_start(tp, TAV_SR2_ENGINE_POOL_THREADS, TAV_SR2_ENGINE_POOL_QUEUE) !=
+        TAV_OK)
         return TAV_ERROR_GENERIC;
     return TAV_OK;
 }
@@ -153,7 +150,7 @@ uint32_t tav_sr2_init(tav_sr2_Engine** handle, void* buffer, int32_t buffer_size
                       int32_t max_image_num, int32_t merge_num, int32_t num_cores,
                       const char* format_name, float zoom_ratio) {
     const int32_t format = tav_sr2_ImageFormat_byName(format_name);
-    if (!isRunFormat(format)) return TAV_ERROR_UNSUPPORTED;
+    if (!tav_sr2_isRunFormat(format)) return TAV_ERROR_UNSUPPORTED;
     uint32_t status = checkInitArgs(handle, buffer, buffer_size, width, height, output_width,
                                     output_height, max_image_num, merge_num, zoom_ratio);
     if (status != TAV_OK) return status;

@@ -26,6 +26,13 @@ static const float TAV_SR2_ENGINE_MIN_ZOOM = 1.0f;
 static const float TAV_SR2_ENGINE_MAX_ZOOM = 60.0f;
 static const int32_t TAV_SR2_ENGINE_DEFAULT_AFFINITY = 240;  // cores 4 to 7
 
+// The frame formats an engine runs on: YUV420_SEMIPLANAR, YVU420_SEMIPLANAR and
+// YUV10B_PACKED_LE_420S, which intake converts to the first.
+inline bool tav_sr2_isRunFormat(int32_t format) {
+    return format == TAV_SR2_FMT_YUV420_SEMIPLANAR || format == TAV_SR2_FMT_YVU420_SEMIPLANAR ||
+           format == TAV_SR2_FMT_YUV10B_PACKED_LE_420S;
+}
+
 // State bits; they are only ever added.
 static const int32_t TAV_SR2_STATE_INITIALISED = 1;
 static const int32_t TAV_SR2_STATE_STARTED = 4;

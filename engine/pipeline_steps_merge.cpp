@@ -5,11 +5,12 @@
 //   CPU merge of 8-bit frames merge8_image in the frame's format. "sr process 1 init image:
 //   finish...\n" once both exist.
 // tav_sr2_Pipeline_mergeFrames(self, plan): accum_num 0; the three quarter-size maps; then each
-//   position of frame_order up to frame_count, stopping at an index above 11. The base frame (the
-//   first one merged) sets up the weights and lands in the merge target, enlarged when the run is
-//   zoomed, else copied. The maps are released after the loop. Whatever was merged, even when a
-//   later frame failed, goes on into accum_image (the 8-to-10-bit conversion of merge8_image,
-//   which is then released). Logs "sr process 2 merge images: finish...\n".
+//   position of frame_order up to frame_count, stopping at an index above 11 or at the first
+//   failure. The base frame (the first one merged) sets up the weights and lands in the merge
+//   target, enlarged when the run is zoomed, else copied. After the loop the maps are released
+//   and the noise map is made; a failure there ends the step before its last part, which takes
+//   what was merged into accum_image (the 8-to-10-bit conversion of merge8_image). merge8_image
+//   is released either way. Logs "sr process 2 merge images: finish...\n".
 //
 // INTERIM, while the subsystems they need are not built: the enlargement of the base frame is
 // the bilinear resize, not the pattern upscaler (merge/ upscaler); frames after the base are not
@@ -19,6 +20,7 @@
 
 #include "engine/pipeline_steps.h"
 #include "enhance/image_ops.h"
+#include "enhance/image_rows.h"
 #include "enhance/resize.h"
 #include "foundation/depth_convert.h"
 #include "foundation/log.h"
@@ -27,14 +29,6 @@ namespace {
 
 constexpr int32_t kFullWeight = 128;  // weight_sum of one fully trusted frame
 constexpr int32_t kLastFrameSlot = TAV_SR2_PIPELINE_FRAMES - 1;
-
-bool isFrame8(int32_t format) {
-    return format == TAV_SR2_FMT_YUV420_SEMIPLANAR || format == TAV_SR2_FMT_YVU420_SEMIPLANAR;
-}
-
-bool isFrame10(int32_t format) {
-    return format == TAV_SR2_FMT_YUV10B420_SEMIPLANAR || format == TAV_SR2_FMT_YVU10B420_SEMIPLANAR;
-}
 
 // The image the CPU merge builds: merge8_image for 8-bit frames, else accum_image itself.
 tav_sr2_Image* mergeTarget(tav_sr2_Pipeline* self) {
@@ -129,8 +123,8 @@ uint32_t mergeLater(tav_sr2_Pipeline*, const tav_sr2_StagePlan*, int32_t, int32_
     return TAV_OK;
 }
 
-// What the merge target holds into accum_image, when anything was merged; merge8_image is not
-// needed after this either way.
+// The last part of the merge step: what the merge target holds into accum_image, when anything
+// was merged.
 uint32_t finishMerge(tav_sr2_Pipeline* self) {
     if (mergeTarget(self) == &self->accum_image) {
         // STAGE PENDING gpu/: the GPU merge ends here with the deblur copy of nr_map,
@@ -138,25 +132,21 @@ uint32_t finishMerge(tav_sr2_Pipeline* self) {
         // (dirnr), the deblur pass (deblur_psf) and the read-back into accum_image.
         return TAV_OK;
     }
-    uint32_t status = TAV_OK;
-    if (self->accum_num > 0) {
-        // STAGE PENDING merge/ noise map: tav_sr2_Pipeline_boostDarkArea on merge8_image.
-        status = tav_sr2_convert8to10(self->thread_pool, self->pool, &self->accum_image,
-                                      &self->merge8_image);
-    }
-    const uint32_t released = tav_sr2_Pipeline_releaseImage(self, &self->merge8_image);
-    return status != TAV_OK ? status : released;
+    if (self->accum_num == 0) return TAV_OK;
+    // STAGE PENDING merge/ noise map: tav_sr2_Pipeline_boostDarkArea on merge8_image.
+    return tav_sr2_convert8to10(self->thread_pool, self->pool, &self->accum_image,
+                                &self->merge8_image);
 }
 
 }  // namespace
 
 uint32_t tav_sr2_Pipeline_prepareImages(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
     const int32_t format = self->images[0].format;
-    const bool cpu_merge8 = isFrame8(format) && !plan->gpu_merge;
+    const bool cpu_merge8 = tav_sr2_isSemiPlanar8(format) && !plan->gpu_merge;
     int32_t accum_format = format;
     if (format == TAV_SR2_FMT_YUV420_SEMIPLANAR) accum_format = TAV_SR2_FMT_YUV10B420_SEMIPLANAR;
     if (format == TAV_SR2_FMT_YVU420_SEMIPLANAR) accum_format = TAV_SR2_FMT_YVU10B420_SEMIPLANAR;
-    if (!isFrame10(accum_format)) return TAV_ERROR_UNSUPPORTED;
+    if (!tav_sr2_isSemiPlanar10(accum_format)) return TAV_ERROR_UNSUPPORTED;
     // STAGE PENDING gpu/: prepare the render target, in 16-bit mode unless cpu_merge8.
     int32_t width;
     int32_t height;
@@ -180,12 +170,14 @@ uint32_t tav_sr2_Pipeline_mergeFrames(tav_sr2_Pipeline* self, const tav_sr2_Stag
         // STAGE PENDING gpu/: the GPU merge uploads the frame and runs the base warp pass at
         // i = 0, the merge pass with coef_quarter[i & 1] after.
     }
-    const uint32_t released = releaseQuarterMaps(self);
+    // A failure in the loop ends the loop; one in what follows it ends the step.
+    uint32_t after = releaseQuarterMaps(self);
+    // STAGE PENDING merge/ ghost: release the ghost context, its failure joining `after`.
+    // STAGE PENDING merge/ noise map: after = tav_sr2_Pipeline_makeNrMap(self) when after is 0.
+    if (after == TAV_OK) after = finishMerge(self);
+    if (status == TAV_OK) status = after;
+    const uint32_t released = tav_sr2_Pipeline_releaseImage(self, &self->merge8_image);
     if (status == TAV_OK) status = released;
-    // STAGE PENDING merge/ ghost: release the ghost context.
-    // STAGE PENDING merge/ noise map: tav_sr2_Pipeline_makeNrMap(self) when the loop succeeded.
-    const uint32_t finished = finishMerge(self);
-    if (status == TAV_OK) status = finished;
     tav_sr2_log_i("sr process 2 merge images: finish...\n");
     return status;
 }

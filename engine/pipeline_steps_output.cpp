@@ -18,15 +18,12 @@
 // INTERIM: the upscaler's resample is the bilinear resize until the pattern upscaler exists.
 #include "engine/pipeline_steps.h"
 #include "engine/valid_rect.h"
+#include "enhance/image_rows.h"
 #include "enhance/resize.h"
 #include "foundation/depth_convert.h"
 #include "foundation/log.h"
 
 namespace {
-
-bool isFrame8(int32_t format) {
-    return format == TAV_SR2_FMT_YUV420_SEMIPLANAR || format == TAV_SR2_FMT_YVU420_SEMIPLANAR;
-}
 
 uint32_t resizeLuma(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst, const tav_sr2_Image* src) {
     tav_sr2_Image d;
@@ -48,7 +45,7 @@ uint32_t resizeChroma(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst, const tav
 
 // Converts between the 8- and 10-bit forms of a frame, whichever way dst asks.
 uint32_t convertDepth(tav_sr2_Pipeline* self, tav_sr2_Image* dst, const tav_sr2_Image* src) {
-    if (isFrame8(dst->format)) {
+    if (tav_sr2_isSemiPlanar8(dst->format)) {
         return tav_sr2_convert10to8(self->thread_pool, self->pool, dst, src);
     }
     return tav_sr2_convert8to10(self->thread_pool, self->pool, dst, src);

@@ -7,20 +7,11 @@
 #include "engine/pipeline_align.h"
 #include "engine/wrap_planes.h"
 
-namespace {
-
-bool isRunFormat(int32_t format) {
-    return format == TAV_SR2_FMT_YUV420_SEMIPLANAR || format == TAV_SR2_FMT_YVU420_SEMIPLANAR ||
-           format == TAV_SR2_FMT_YUV10B_PACKED_LE_420S;
-}
-
-}  // namespace
-
 uint32_t tav_sr2_process(tav_sr2_Engine** handle, const tavrin_KELD_Image* output) {
     if (handle == nullptr || *handle == nullptr || output == nullptr || output->plane0 == nullptr)
         return TAV_ERROR_PARAM;
     tav_sr2_Engine* e = *handle;
-    if (!isRunFormat(e->format)) return TAV_ERROR_UNSUPPORTED;
+    if (!tav_sr2_isRunFormat(e->format)) return TAV_ERROR_UNSUPPORTED;
     const int32_t format =
         e->format == TAV_SR2_FMT_YUV10B_PACKED_LE_420S ? TAV_SR2_FMT_YUV420_SEMIPLANAR : e->format;
     if (tav_sr2_Image_wrapPlanes(&e->output_image, output, format) != TAV_OK)

@@ -2,15 +2,12 @@
 // host frames of the three input forms made from a scene, an engine in a buffer of exactly the
 // budget, and the straightforward reference a run's output is compared with.
 //
-// The photographs are read with libpng, loaded at run time (dlopen) so that the test program
-// needs no link to it; a test skips when the library or the data folder ($TAVRIN_SHARED_DATA)
+// The photographs are read with libpng; a test skips when the data folder ($TAVRIN_SHARED_DATA)
 // is missing.
 #pragma once
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <math.h>
-#include <png.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -23,6 +20,7 @@
 #include "engine/frame_intake.h"
 #include "engine/process.h"
 #include "foundation/image_format.h"
+#include "tests/common/png_rgb.h"
 
 namespace tav_run {
 
@@ -76,48 +74,23 @@ inline Scene sceneFromRgb(const std::vector<uint8_t>& rgb, int32_t rw, int32_t r
     return s;
 }
 
-// Folder of the shared data, or empty when it is not there.
-inline std::string sharedData() {
-    const char* dir = getenv("TAVRIN_SHARED_DATA");
-    return dir != nullptr ? std::string(dir) : std::string();
-}
-
 // A Kodak photograph mirrored out to width x height; false, with why, when it cannot be read.
 inline bool loadKodak(const char* name, int32_t width, int32_t height, Scene* scene,
                       std::string* why) {
-    const std::string data = sharedData();
+    const std::string data = tav_png::sharedData();
     if (data.empty()) {
         *why = "TAVRIN_SHARED_DATA is not set";
         return false;
     }
     const std::string path = data + "/photos/kodak/" + name;
-    void* lib = dlopen("libpng16.so.16", RTLD_NOW | RTLD_LOCAL);
-    if (lib == nullptr) {
-        *why = "libpng16 cannot be loaded";
-        return false;
-    }
-    using Begin = int (*)(png_imagep, const char*);
-    using Finish = int (*)(png_imagep, png_const_colorp, void*, png_int_32, void*);
-    using Free = void (*)(png_imagep);
-    auto begin = reinterpret_cast<Begin>(dlsym(lib, "png_image_begin_read_from_file"));
-    auto finish = reinterpret_cast<Finish>(dlsym(lib, "png_image_finish_read"));
-    auto release = reinterpret_cast<Free>(dlsym(lib, "png_image_free"));
-    png_image image = {};
-    image.version = PNG_IMAGE_VERSION;
-    bool ok = begin && finish && release && begin(&image, path.c_str()) != 0;
     std::vector<uint8_t> rgb;
-    if (ok) {
-        image.format = PNG_FORMAT_RGB;
-        rgb.resize(size_t(image.width) * image.height * 3);
-        ok = finish(&image, nullptr, rgb.data(), 0, nullptr) != 0;
-    }
-    if (release) release(&image);
-    dlclose(lib);
-    if (!ok) {
+    int32_t rw = 0;
+    int32_t rh = 0;
+    if (!tav_png::readPngRgb(path, &rgb, &rw, &rh)) {
         *why = "cannot read " + path;
         return false;
     }
-    *scene = sceneFromRgb(rgb, int32_t(image.width), int32_t(image.height), width, height);
+    *scene = sceneFromRgb(rgb, rw, rh, width, height);
     return true;
 }
 
