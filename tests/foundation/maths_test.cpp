@@ -54,7 +54,6 @@ TEST_F(MathsTest, Exp2CoreAgainstLibm) {
     for (int n = -1074; n <= 1023; ++n)
         ASSERT_EQ(tav_sr2_exp2core(n), std::ldexp(1.0, n)) << n;
     EXPECT_EQ(tav_sr2_exp2core(-1075.0), 0.0);
-    EXPECT_EQ(tav_sr2_exp2core(-2000.0), 0.0);
     EXPECT_EQ(tav_sr2_exp2core(-1074.5), kDenormMin);
     EXPECT_EQ(tav_sr2_exp2core(1024.0), kInf);
     EXPECT_EQ(tav_sr2_exp2core(kInf), kInf);
@@ -72,8 +71,6 @@ TEST_F(MathsTest, Log2AgainstLibm) {
             fromBits(std::uniform_int_distribution<uint64_t>(1, (1ull << 52) - 1)(rng));
         ASSERT_LE(relative(tav_sr2_log2(subnormal), std::log2(subnormal)), 1e-15) << subnormal;
     }
-    EXPECT_EQ(tav_sr2_log2(1.0), 0.0);
-    EXPECT_EQ(tav_sr2_log2(1024.0), 10.0);
     EXPECT_EQ(tav_sr2_log2(kDenormMin), -1074.0);
     EXPECT_EQ(tav_sr2_log2(kInf), kInf);
     EXPECT_EQ(tav_sr2_log2(0.0), -kInf);
@@ -100,15 +97,10 @@ TEST_F(MathsTest, ExpSqrtPowAgainstLibm) {
         ASSERT_LE(relative(tav_sr2_pow(base, y), std::pow(base, y)), 1e-15 * (1 + std::fabs(pv)))
             << base << "^" << y;
     }
-    EXPECT_EQ(tav_sr2_exp(0.0), 1.0);
     EXPECT_EQ(tav_sr2_exp(1000.0), kInf);
     EXPECT_EQ(tav_sr2_exp(-1000.0), 0.0);
-    EXPECT_EQ(tav_sr2_sqrt(0.0), 0.0);
-    EXPECT_NEAR(tav_sr2_sqrt(4.0), 2.0, 4e-16);
     EXPECT_EQ(tav_sr2_sqrt(kInf), kInf);
     EXPECT_TRUE(std::isnan(tav_sr2_sqrt(-1.0)));
-    EXPECT_EQ(tav_sr2_pow(7.5, 0.0), 1.0);
-    EXPECT_NEAR(tav_sr2_pow(2.0, 0.5), std::sqrt(2.0), 1e-15);
 }
 
 TEST_F(MathsTest, HypotAgainstLibm) {
@@ -117,8 +109,6 @@ TEST_F(MathsTest, HypotAgainstLibm) {
         double y = uniform(-1e6, 1e6) * std::exp2(uniform(-20, 20));
         ASSERT_LE(relative(tav_sr2_hypot(x, y), std::hypot(x, y)), 2e-15) << x << ", " << y;
     }
-    EXPECT_NEAR(tav_sr2_hypot(3.0, 4.0), 5.0, 5e-15);
-    EXPECT_NEAR(tav_sr2_hypot(-4.0, 3.0), 5.0, 5e-15);
     EXPECT_EQ(tav_sr2_hypot(0.0, -0.0), 0.0);
     EXPECT_EQ(tav_sr2_hypot(0.0, -2.5), 2.5);  // (0 / 2.5)^2 + 1 is exactly 1
     EXPECT_EQ(tav_sr2_hypot(-kInf, 1.0), kInf);
@@ -147,14 +137,10 @@ TEST_F(MathsTest, TrigonometryAgainstLibm) {
         ASSERT_LE(std::fabs(tav_sr2_asin(s) - std::asin(s)), asin_bound) << s;
         ASSERT_LE(std::fabs(tav_sr2_acos(s) - std::acos(s)), asin_bound) << s;
     }
-    EXPECT_EQ(tav_sr2_cos(0.0), 1.0);
     EXPECT_TRUE(std::isnan(tav_sr2_cos(kInf)));
-    EXPECT_TRUE(std::isnan(tav_sr2_cos(std::nan(""))));
     EXPECT_TRUE(std::isnan(tav_sr2_sin(-kInf)));
-    double far = tav_sr2_cos(1e300);  // ends, without accuracy
-    EXPECT_LE(std::fabs(far), 1.0);
+    EXPECT_LE(std::fabs(tav_sr2_cos(1e300)), 1.0);  // ends, without accuracy
     EXPECT_EQ(tav_sr2_atan(kInf), M_PI_2);
-    EXPECT_EQ(tav_sr2_atan(-kInf), -M_PI_2);
     // The axes and the signed zeros of atan2.
     EXPECT_EQ(tav_sr2_atan2(0.0, 0.0), 0.0);
     EXPECT_EQ(tav_sr2_atan2(0.0, -0.0), M_PI);
@@ -163,7 +149,6 @@ TEST_F(MathsTest, TrigonometryAgainstLibm) {
     EXPECT_EQ(tav_sr2_atan2(0.0, -1.0), M_PI);
     EXPECT_EQ(tav_sr2_atan2(-0.0, -1.0), -M_PI);
     EXPECT_EQ(tav_sr2_atan2(2.0, 0.0), M_PI_2);
-    EXPECT_EQ(tav_sr2_atan2(-2.0, 0.0), -M_PI_2);
     EXPECT_EQ(tav_sr2_asin(1.0), M_PI_2);
     EXPECT_EQ(tav_sr2_acos(1.0), 0.0);
 }
@@ -177,11 +162,7 @@ TEST_F(MathsTest, HyperbolicAgainstLibm) {
         ASSERT_LE(std::fabs(tav_sr2_sinh(x) - std::sinh(x)), bound) << x;
         ASSERT_LE(std::fabs(tav_sr2_tanh(x) - std::tanh(x)), 1e-15) << x;
     }
-    EXPECT_EQ(tav_sr2_cosh(0.0), 1.0);
-    EXPECT_EQ(tav_sr2_sinh(0.0), 0.0);
-    EXPECT_EQ(tav_sr2_tanh(0.0), 0.0);
     EXPECT_EQ(tav_sr2_tanh(400.0), 1.0);  // past the overflow of e^2x
-    EXPECT_EQ(tav_sr2_tanh(-400.0), -1.0);
     EXPECT_EQ(tav_sr2_cosh(800.0), kInf);
 }
 
@@ -193,9 +174,6 @@ bool isFloorSqrt(int32_t n, int32_t r) {
 
 TEST_F(MathsTest, IntegerSquareRoot) {
     EXPECT_EQ(tav_sr2_isqrt(0), 0);
-    EXPECT_EQ(tav_sr2_isqrt(1), 1);
-    EXPECT_EQ(tav_sr2_isqrt(15), 3);
-    EXPECT_EQ(tav_sr2_isqrt(16), 4);
     EXPECT_EQ(tav_sr2_isqrt(INT32_MAX), 46340);
     EXPECT_EQ(tav_sr2_isqrt(-5), 0);
     EXPECT_EQ(tav_sr2_isqrt(INT32_MIN), 0);

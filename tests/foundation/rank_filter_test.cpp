@@ -3,19 +3,13 @@
 #include <gtest/gtest.h>
 #include <hwy/targets.h>
 #include <stdint.h>
-#include <stdlib.h>
 #include <string.h>
 
-#include <memory>
 #include <random>
 #include <vector>
 
-#include "foundation/image.h"
 #include "foundation/image_format.h"
-#include "foundation/mem_pool.h"
 #include "foundation/rank_filter_rows.h"
-#include "foundation/task_sys.h"
-#include "foundation/thread_pool.h"
 #include "tests/foundation/pool_fixtures.h"
 
 namespace {
@@ -23,8 +17,6 @@ namespace {
 using tav_fixtures::Heap;
 using tav_fixtures::TestImage;
 using tav_fixtures::Workers;
-
-// ---- reference ---------------------------------------------------------------------------------
 
 // Where the filtered samples of a format sit in a row of plane 0, worked out from the format's
 // name for the packed YUV ones.
@@ -45,42 +37,23 @@ struct Luma {
         return (x * channels + c) * size;
     }
     double value(const uint8_t* row, int32_t x, int32_t c) const {
-        const uint8_t* p = row + offset(x, c);
-        switch (kind) {
-            case 1: {
-                uint16_t v;
-                memcpy(&v, p, 2);
-                return v;
-            }
-            case 2: {
-                int32_t v;
-                memcpy(&v, p, 4);
-                return v;
-            }
-            case 3: {
-                float v;
-                memcpy(&v, p, 4);
-                return v;
-            }
-            default:
-                return *p;
-        }
+        uint8_t bytes[4] = {};
+        memcpy(bytes, row + offset(x, c), size);
+        uint16_t u16;
+        int32_t i32;
+        float f32;
+        memcpy(&u16, bytes, 2);
+        memcpy(&i32, bytes, 4);
+        memcpy(&f32, bytes, 4);
+        return kind == 1 ? u16 : kind == 2 ? i32 : kind == 3 ? f32 : bytes[0];
     }
 };
 
 Luma lumaOf(int32_t format) {
-    switch (format) {
-        case 3:
-            return {1, 2, 1, format};
-        case 4:
-            return {2, 4, 1, format};
-        case 5:
-            return {3, 4, 1, format};
-        case 9:
-            return {0, 1, 3, format};
-        default:
-            return {0, 1, 1, format};
-    }
+    if (format == 3) return {1, 2, 1, format};
+    if (format == 4) return {2, 4, 1, format};
+    if (format == 5) return {3, 4, 1, format};
+    return {0, 1, format == 9 ? 3 : 1, format};
 }
 
 // The cut window written out: every output is the extreme over the in-image neighbours.
@@ -154,8 +127,6 @@ const int32_t kOutOfPlacePairs[][2] = {{1, 1},  {3, 3},  {4, 4},  {5, 5},  {9, 9
                                        {1, 36}, {1, 37}, {1, 38}, {1, 39}};
 const int32_t kSizes[][2] = {{1, 1}, {1, 6}, {6, 1}, {2, 3}, {5, 2}, {37, 5}, {67, 9}, {131, 4}};
 
-// ---- row routines ------------------------------------------------------------------------------
-
 // Random samples for a layout; float rows get whole numbers so that no NaN appears.
 void fillRow(std::vector<uint8_t>& bytes, int32_t layout, std::mt19937& rng) {
     for (auto& b : bytes)
@@ -205,8 +176,6 @@ TEST(RankFilterRows, VectorEqualsScalarOnEveryTarget) {
     }
     hwy::SetSupportedTargetsForTest(0);
 }
-
-// ---- whole images ------------------------------------------------------------------------------
 
 TEST(RankFilter, EveryKeyMatchesTheCutWindowOnOneThread) {
     Heap heap(8 << 20);

@@ -34,14 +34,6 @@ RgbImage smoothPhoto(int32_t w, int32_t h) {
     return im;
 }
 
-RgbImage flatPhoto(int32_t w, int32_t h, uint16_t level) {
-    RgbImage im;
-    im.width = w;
-    im.height = h;
-    im.rgb.assign(size_t(w) * h * 3, level);
-    return im;
-}
-
 double channel(const RgbImage& im, double x, double y, int c) {
     // Bilinear read of an 8-bit image, for resampling one frame onto another.
     const int32_t x0 = int32_t(std::floor(x)), y0 = int32_t(std::floor(y));
@@ -93,7 +85,9 @@ TEST(Burst, NoiseVarianceFollowsGainAndReadNoise) {
         c.noise = {0.3, 2.5};
         Burst b;
         std::string error;
-        ASSERT_TRUE(tavtool::makeBurst(flatPhoto(300, 300, level), c, &b, &error)) << error;
+        RgbImage flat = smoothPhoto(300, 300);
+        flat.rgb.assign(flat.rgb.size(), level);
+        ASSERT_TRUE(tavtool::makeBurst(flat, c, &b, &error)) << error;
         double sum = 0, sum2 = 0;
         for (uint16_t v : b.frames[0].rgb) {
             sum += v;

@@ -1,6 +1,5 @@
 // Image files and conversions of the tools: every writer read back by its reader, the packed
 // 10-bit layout against an independent bit reader, the colour round trip, and the atomic writer.
-#include <dirent.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
@@ -22,32 +22,20 @@ using tavio::RawFormat;
 using tavio::RgbImage;
 using tavio::Yuv420;
 
-class TempDir {
-public:
+struct TempDir {
+    std::string path;
     TempDir() {
         char pattern[] = "/tmp/tavrin_imageio_XXXXXX";
-        path_ = mkdtemp(pattern);
+        path = mkdtemp(pattern);
     }
-    ~TempDir() {
-        const std::vector<std::string> names = entries();
-        for (const std::string& n : names)
-            unlink((path_ + "/" + n).c_str());
-        rmdir(path_.c_str());
-    }
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
+    ~TempDir() { std::filesystem::remove_all(path); }
+    std::string file(const std::string& name) const { return path + "/" + name; }
     std::vector<std::string> entries() const {
         std::vector<std::string> names;
-        DIR* d = opendir(path_.c_str());
-        while (dirent* e = d ? readdir(d) : nullptr) {
-            const std::string n = e->d_name;
-            if (n != "." && n != "..") names.push_back(n);
-        }
-        if (d) closedir(d);
+        for (const auto& e : std::filesystem::directory_iterator(path))
+            names.push_back(e.path().filename().string());
         return names;
     }
-
-private:
-    std::string path_;
 };
 
 RgbImage randomRgb(int32_t w, int32_t h, int32_t bits, uint32_t seed) {
@@ -252,10 +240,8 @@ TEST(ImageIo, ColourConversionIsBt601FullRangeAndRoundTrips) {
     const Yuv420 g = tavio::rgbToYuv420(grey, 8);
     for (int i = 0; i < 8; ++i)
         EXPECT_EQ(g.y[i], i * 30);
-    for (uint16_t c : g.cb)
-        EXPECT_EQ(c, 128);
-    for (uint16_t c : g.cr)
-        EXPECT_EQ(c, 128);
+    EXPECT_EQ(g.cb, std::vector<uint16_t>(g.cb.size(), 128));
+    EXPECT_EQ(g.cr, g.cb);
     // Pure colours by the equations of JPEG's YCbCr.
     RgbImage red;
     red.width = red.height = 2;
