@@ -70,32 +70,25 @@ uint32_t q(int w, int h, int code, uint32_t what) {
 }  // namespace
 
 TEST(ImageFormat, WorkedFiguresOfTheSemiPlanarFrame) {
-    EXPECT_EQ(q(4000, 3000, 48, 4), 4000u);
-    EXPECT_EQ(q(4000, 3000, 48, 7), 4000u);
-    EXPECT_EQ(q(4000, 3000, 48, 10), 0u);
-    EXPECT_EQ(q(4000, 3000, 48, 2), 12000000u);
-    EXPECT_EQ(q(4000, 3000, 48, 5), 6000000u);
-    EXPECT_EQ(q(4000, 3000, 48, 0), 18000000u);
-    EXPECT_EQ(q(4000, 3001, 48, 1), 3002u);
-    EXPECT_EQ(q(4000, 3001, 48, 6), 1501u);
-    EXPECT_EQ(q(5, 4, 48, 4), 6u);
-    EXPECT_EQ(q(5, 4, 48, 7), 6u);
-    // Packed 10-bit: three samples per word, width unit 6.
-    EXPECT_EQ(q(7, 3, 62, 4), 16u);
-    EXPECT_EQ(q(7, 3, 62, 7), 16u);
-    EXPECT_EQ(q(7, 3, 62, 6), 2u);
+    // {width, height, code, what, answer}; 62 is packed 10-bit, three samples a word, unit 6.
+    const uint32_t figures[][5] = {{4000, 3000, 48, 4, 4000},
+                                   {4000, 3000, 48, 7, 4000},
+                                   {4000, 3000, 48, 10, 0},
+                                   {4000, 3000, 48, 2, 12000000},
+                                   {4000, 3000, 48, 5, 6000000},
+                                   {4000, 3000, 48, 0, 18000000},
+                                   {4000, 3001, 48, 1, 3002},
+                                   {4000, 3001, 48, 6, 1501},
+                                   {5, 4, 48, 4, 6},
+                                   {5, 4, 48, 7, 6},
+                                   {7, 3, 62, 4, 16},
+                                   {7, 3, 62, 7, 16},
+                                   {7, 3, 62, 6, 2}};
+    for (const auto& f : figures)
+        EXPECT_EQ(q(f[0], f[1], f[2], f[3]), f[4]) << f[0] << "x" << f[1] << " code " << f[2];
 }
 
-TEST(ImageFormat, TableAndQueryAgreeWithReferenceForEveryCode) {
-    for (int c = 0; c < TAV_SR2_FORMAT_COUNT; c++) {
-        const Group& g = groupOf(c);
-        const uint8_t* row = tav_sr2_format_layout[c];
-        const int want[16] = {
-            g.b0, g.p0,         g.b0 ? 1 : 0, 0, g.b1,   g.p1, g.b1 ? 1 : 0, g.v1, g.b2,
-            g.p2, g.b2 ? 1 : 0, g.v2,         0, g.unit, 0,    g.hshift};
-        for (int k = 0; k < 16; k++)
-            EXPECT_EQ(row[k], want[k]) << "code " << c << " col " << k;
-    }
+TEST(ImageFormat, QueryAgreesWithReferenceForEveryCode) {
     std::mt19937 rng(7);
     std::uniform_int_distribution<int> small(0, 40), large(0, 9000);
     for (int trial = 0; trial < 40; trial++) {

@@ -137,6 +137,7 @@ TEST(TaskSysTest, ConfigurationLimitsHooksAndCoreList) {
 struct MaskLog {
     std::mutex lock;
     std::vector<std::pair<int32_t, uint32_t>> ranged, one_shot;  // (worker, mask)
+    std::set<int32_t> ends;                                      // of the ranged entries
 };
 
 uint32_t maskEntry(tav_sr2_TaskCtx* ctx, void* arg, int32_t* counter, int32_t end, uint32_t mask,
@@ -145,6 +146,7 @@ uint32_t maskEntry(tav_sr2_TaskCtx* ctx, void* arg, int32_t* counter, int32_t en
     {
         std::lock_guard<std::mutex> guard(log->lock);
         (ctx->count > 0 ? log->ranged : log->one_shot).push_back({ctx->worker_index, mask});
+        if (ctx->count > 0) log->ends.insert(end);
     }
     return tav_sr2_TaskRows_run(counter, end, mask, applied, [](int32_t) {
         std::this_thread::sleep_for(std::chrono::microseconds(200));
@@ -183,6 +185,12 @@ TEST(TaskSysTest, FixedPlacementOfRowAndOneShotTasks) {
             uint32_t want = k.core_mask;
             if (!k.pin && k.core_mask == 0 && worker <= 3) want = 0xFFFFFFFFu;
             EXPECT_EQ(mask, want) << "worker " << worker;
+        }
+        // Ten rows on four workers: some worker walks every pair, whose ends are those of 2,3,2,3.
+        if (k.threads == 4) {
+            MaskLog ten;
+            ASSERT_EQ(tav_sr2_TaskSys_run(s, &kMaskType, &ten, 10), TAV_OK);
+            EXPECT_EQ(ten.ends, (std::set<int32_t>{2, 5, 7, 10}));
         }
     }
 }
@@ -251,35 +259,6 @@ TEST(TaskSysTest, RemainderIsSpreadEvenly) {
     EXPECT_EQ(pairs[0].end, 10);
     for (int k = 1; k < 4; ++k)
         EXPECT_EQ(pairs[k].end, 0);
-}
-
-struct EndLog {
-    std::mutex lock;
-    std::set<int32_t> ends;
-    Rows rows{10};
-};
-uint32_t endEntry(tav_sr2_TaskCtx* ctx, void* arg, int32_t* counter, int32_t end, uint32_t mask,
-                  int32_t* applied) {
-    EndLog* log = (EndLog*)arg;
-    {
-        std::lock_guard<std::mutex> guard(log->lock);
-        log->ends.insert(end);
-    }
-    return tav_sr2_TaskRows_run(counter, end, mask, applied,
-                                [&](int32_t r) { return recordRow(&log->rows, r, ctx); });
-}
-const tav_sr2_TaskType kEndType = {endEntry, {.row = nullptr}, TAV_SR2_TASK_KIND_ROWS};
-
-TEST(TaskSysTest, TenRowsOnFourWorkersUseRangesOfTwoAndThree) {
-    Sys s;
-    ASSERT_EQ(s.start(4), TAV_OK);
-    for (int rep = 0; rep < 20; ++rep) {
-        EndLog log;
-        ASSERT_EQ(tav_sr2_TaskSys_run(s, &kEndType, &log, 10), TAV_OK);
-        EXPECT_TRUE(log.rows.allOnce());
-        // Some worker walks every pair that still has rows; the ends are those of 2,3,2,3.
-        EXPECT_EQ(log.ends, (std::set<int32_t>{2, 5, 7, 10}));
-    }
 }
 
 // ---- direct mode and a single worker ----------------------------------------------------------

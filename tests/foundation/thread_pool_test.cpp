@@ -189,16 +189,11 @@ TEST(ThreadPoolTest, RequiredSizeCoversTheBoundPool) {
     EXPECT_EQ(tav_sr2_ThreadPool_requiredSize(1, 2, 0, 0) - base, 32u);   // per queue slot
     EXPECT_EQ(tav_sr2_ThreadPool_requiredSize(1, 1, 10, 3) - base, 78u);  // (arg + 16) per job
 
-    uint32_t need = tav_sr2_ThreadPool_requiredSize(64, 64, 64, 64);
-    TestPool engine_pool(1 << 16);
-    std::unique_ptr<tav_sr2_TaskSys> ts(new tav_sr2_TaskSys());
-    tav_sr2_TaskSys_init(ts.get(), &engine_pool.pool);
-    ts->config.thread_count = 2;
-    ASSERT_EQ(tav_sr2_TaskSys_start(ts.get()), TAV_OK);
-    TestPool budget(need + 32);  // region overhead of a pool
-    tav_sr2_ThreadPool tp;
-    tav_sr2_ThreadPool_init(&tp, &budget.pool);
-    tp.task_sys = ts.get();
+    TestPool budget(tav_sr2_ThreadPool_requiredSize(64, 64, 64, 64) + 32);  // + region overhead
+    Bound b(2);
+    tav_sr2_ThreadPool& tp = b.tp;
+    tav_sr2_ThreadPool_init(&tp, &budget.pool);  // the pool's own memory comes from the budget
+    tp.task_sys = b.ts.get();
     ASSERT_EQ(tav_sr2_ThreadPool_start(&tp, 64, 64), TAV_OK);
     unsigned char arg[64] = {};
     for (int i = 0; i < 64; ++i) {
@@ -210,7 +205,6 @@ TEST(ThreadPoolTest, RequiredSizeCoversTheBoundPool) {
     EXPECT_EQ(tav_sr2_ThreadPool_join(&tp), TAV_OK);
     tav_sr2_ThreadPool_finish(&tp);
     EXPECT_EQ(budget.inUse(), 0u);
-    tav_sr2_TaskSys_finish(ts.get());
 }
 
 // ---- own threads --------------------------------------------------------------------------------
