@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <filesystem>
 #include <fstream>
@@ -44,6 +45,18 @@ protected:
             TavrinKELD_XmlParser_open(&parser, write("in.xml", text).c_str(), TAVRIN_KELD_XML_READ),
             TAV_OK);
         return parser;
+    }
+
+    // One value of the element name anywhere in the document.
+    static uint32_t read(tavrin_KELD_XmlParser* parser, const char* name, int32_t type, void* out,
+                         size_t size = 0) {
+        return TavrinKELD_XmlParser_readValue(parser, nullptr, name, nullptr, nullptr, type, out,
+                                              size);
+    }
+    static uint32_t readInts(tavrin_KELD_XmlParser* parser, const char* name, int32_t* out,
+                             int32_t capacity, int32_t* length) {
+        return TavrinKELD_XmlParser_readArray(parser, nullptr, name, nullptr, nullptr,
+                                              TAVRIN_KELD_XML_INT, out, capacity, length);
     }
 
     fs::path dir;
@@ -120,50 +133,33 @@ TEST_F(XmlParserTest, ReadValueByType) {
         "<f>0.1</f><d>2.5e-3</d><e>  </e><n><k/></n></r>");
     ASSERT_NE(parser, nullptr);
     char text[32];
-    ASSERT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "t", nullptr, nullptr,
-                                             TAVRIN_KELD_XML_TEXT, text, sizeof text),
-              TAV_OK);
+    ASSERT_EQ(read(parser, "t", TAVRIN_KELD_XML_TEXT, text, sizeof text), TAV_OK);
     EXPECT_STREQ(text, "two words here");
     char small[6];
-    ASSERT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "t", nullptr, nullptr,
-                                             TAVRIN_KELD_XML_TEXT, small, sizeof small),
-              TAV_OK);
+    ASSERT_EQ(read(parser, "t", TAVRIN_KELD_XML_TEXT, small, sizeof small), TAV_OK);
     EXPECT_STREQ(small, "two w");
 
     int32_t i = 0;
     int64_t l = 0;
     float f = 0;
     double d = 0;
-    EXPECT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "i", nullptr, nullptr,
-                                             TAVRIN_KELD_XML_INT, &i, 0),
-              TAV_OK);
+    EXPECT_EQ(read(parser, "i", TAVRIN_KELD_XML_INT, &i), TAV_OK);
     EXPECT_EQ(i, atoi("-17x"));
-    EXPECT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "l", nullptr, nullptr,
-                                             TAVRIN_KELD_XML_LONG, &l, 0),
-              TAV_OK);
+    EXPECT_EQ(read(parser, "l", TAVRIN_KELD_XML_LONG, &l), TAV_OK);
     EXPECT_EQ(l, -9000000000LL);
-    EXPECT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "f", nullptr, nullptr,
-                                             TAVRIN_KELD_XML_FLOAT, &f, 0),
-              TAV_OK);
+    EXPECT_EQ(read(parser, "f", TAVRIN_KELD_XML_FLOAT, &f), TAV_OK);
     EXPECT_EQ(f, 0.1f);
-    EXPECT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, "d", nullptr, nullptr,
-                                             TAVRIN_KELD_XML_DOUBLE, &d, 0),
-              TAV_OK);
+    EXPECT_EQ(read(parser, "d", TAVRIN_KELD_XML_DOUBLE, &d), TAV_OK);
     EXPECT_EQ(d, 2.5e-3);
 
     // Missing element, whitespace only, or only child elements: not found, value untouched.
     d = 42;
     for (const char* name : {"absent", "e", "n"})
-        EXPECT_EQ(TavrinKELD_XmlParser_readValue(parser, nullptr, name, nullptr, nullptr,
-                                                 TAVRIN_KELD_XML_DOUBLE, &d, 0),
-                  TAV_ERROR_NOT_FOUND)
-            << name;
+        EXPECT_EQ(read(parser, name, TAVRIN_KELD_XML_DOUBLE, &d), TAV_ERROR_NOT_FOUND) << name;
     EXPECT_EQ(d, 42);
 
     testing::internal::CaptureStdout();
-    EXPECT_EQ(
-        TavrinKELD_XmlParser_readValue(parser, nullptr, "i", nullptr, nullptr, 6, &i, sizeof i),
-        TAV_ERROR_PARAM);
+    EXPECT_EQ(read(parser, "i", 6, &i, sizeof i), TAV_ERROR_PARAM);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Unvalid data type.\n");
     EXPECT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
 }
@@ -175,34 +171,21 @@ TEST_F(XmlParserTest, ReadArrayByLength) {
     ASSERT_NE(parser, nullptr);
     int32_t values[4] = {0, 0, 0, 0};
     int32_t length = 0;
-    ASSERT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, "a", nullptr, nullptr,
-                                             TAVRIN_KELD_XML_INT, values, 4, &length),
-              TAV_OK);
+    ASSERT_EQ(readInts(parser, "a", values, 4, &length), TAV_OK);
     EXPECT_EQ(length, 3);  // the attribute counts, not the words
-    EXPECT_EQ(values[0], 5);
-    EXPECT_EQ(values[1], -6);
-    EXPECT_EQ(values[2], 7);
-    EXPECT_EQ(values[3], 0);
+    const int32_t want[4] = {5, -6, 7, 0};
+    EXPECT_EQ(memcmp(values, want, sizeof want), 0);
 
     // A smaller capacity stores what fits and still reports the whole count.
     int32_t one = 0;
-    ASSERT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, "a", nullptr, nullptr,
-                                             TAVRIN_KELD_XML_INT, &one, 1, &length),
-              TAV_OK);
+    ASSERT_EQ(readInts(parser, "a", &one, 1, &length), TAV_OK);
     EXPECT_EQ(one, 5);
     EXPECT_EQ(length, 3);
     // b promises 4 values and holds 2: fine while only 2 are wanted, not found past that.
-    EXPECT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, "b", nullptr, nullptr,
-                                             TAVRIN_KELD_XML_INT, values, 2, &length),
-              TAV_OK);
-    EXPECT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, "b", nullptr, nullptr,
-                                             TAVRIN_KELD_XML_INT, values, 4, &length),
-              TAV_ERROR_NOT_FOUND);
+    EXPECT_EQ(readInts(parser, "b", values, 2, &length), TAV_OK);
+    EXPECT_EQ(readInts(parser, "b", values, 4, &length), TAV_ERROR_NOT_FOUND);
     for (const char* name : {"c", "z", "m", "x", "absent"})
-        EXPECT_EQ(TavrinKELD_XmlParser_readArray(parser, nullptr, name, nullptr, nullptr,
-                                                 TAVRIN_KELD_XML_INT, values, 4, &length),
-                  TAV_ERROR_NOT_FOUND)
-            << name;
+        EXPECT_EQ(readInts(parser, name, values, 4, &length), TAV_ERROR_NOT_FOUND) << name;
     EXPECT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
 }
 
@@ -216,38 +199,29 @@ TEST_F(XmlParserTest, WriterFormatsAndIndentation) {
     mxml_node_t* params = nullptr;
     ASSERT_EQ(TavrinKELD_XmlParser_addElement(parser, nullptr, "keld", &keld), TAV_OK);
     ASSERT_EQ(TavrinKELD_XmlParser_addElement(parser, keld, "params", &params), TAV_OK);
+    auto put = [&](const char* name, int32_t type, const void* values, int32_t n) {
+        return TavrinKELD_XmlParser_writeValues(parser, params, name, type, values, n);
+    };
     const int32_t ints[3] = {-3, 0, 2147483647};
     const int64_t longs[1] = {-9000000000LL};
     const float floats[2] = {0.1f, -2.5f};
     const double doubles[2] = {1.0 / 3.0, -2.5e6};
-    ASSERT_EQ(TavrinKELD_XmlParser_writeValues(parser, params, "i", TAVRIN_KELD_XML_INT, ints, 3),
-              TAV_OK);
+    ASSERT_EQ(put("i", TAVRIN_KELD_XML_INT, ints, 3), TAV_OK);
     int32_t many[40];
     std::string many_text;
     for (int k = 0; k < 40; k++) {
         many[k] = -100000 * k;
         many_text += (k ? " " : "") + std::to_string(many[k]);
     }
-    ASSERT_EQ(
-        TavrinKELD_XmlParser_writeValues(parser, params, "many", TAVRIN_KELD_XML_INT, many, 40),
-        TAV_OK);
-    ASSERT_EQ(TavrinKELD_XmlParser_writeValues(parser, params, "l", TAVRIN_KELD_XML_LONG, longs, 1),
-              TAV_OK);
-    ASSERT_EQ(
-        TavrinKELD_XmlParser_writeValues(parser, params, "f", TAVRIN_KELD_XML_FLOAT, floats, 2),
-        TAV_OK);
-    ASSERT_EQ(
-        TavrinKELD_XmlParser_writeValues(parser, params, "d", TAVRIN_KELD_XML_DOUBLE, doubles, 2),
-        TAV_OK);
-    ASSERT_EQ(
-        TavrinKELD_XmlParser_writeValues(parser, params, "s", TAVRIN_KELD_XML_TEXT, "a<b & c", 1),
-        TAV_OK);
+    ASSERT_EQ(put("many", TAVRIN_KELD_XML_INT, many, 40), TAV_OK);
+    ASSERT_EQ(put("l", TAVRIN_KELD_XML_LONG, longs, 1), TAV_OK);
+    ASSERT_EQ(put("f", TAVRIN_KELD_XML_FLOAT, floats, 2), TAV_OK);
+    ASSERT_EQ(put("d", TAVRIN_KELD_XML_DOUBLE, doubles, 2), TAV_OK);
+    ASSERT_EQ(put("s", TAVRIN_KELD_XML_TEXT, "a<b & c", 1), TAV_OK);
     mxml_node_t* empty = nullptr;
     ASSERT_EQ(TavrinKELD_XmlParser_addElement(parser, params, "empty", &empty), TAV_OK);
-    EXPECT_EQ(TavrinKELD_XmlParser_writeValues(parser, params, "s", TAVRIN_KELD_XML_TEXT, "x", 2),
-              TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_XmlParser_writeValues(parser, params, "i", TAVRIN_KELD_XML_INT, ints, 0),
-              TAV_ERROR_PARAM);
+    EXPECT_EQ(put("s", TAVRIN_KELD_XML_TEXT, "x", 2), TAV_ERROR_PARAM);
+    EXPECT_EQ(put("i", TAVRIN_KELD_XML_INT, ints, 0), TAV_ERROR_PARAM);
     ASSERT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
 
     const std::string expected =
