@@ -6,10 +6,12 @@
 #include <gtest/gtest.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -239,80 +241,178 @@ TEST(AlignDriver, EmptyBurstAndFailingCallsLeaveNothingBehind) {
 #endif
 }
 
-// Frames of real photographs through homographies of the size a hand-held burst has, with noise
-// at ISO-like levels (sigma 1, 3 and 6 grey levels); the error of a frame is the mean
-// displacement of the crop's four corners.
+// Photographs for the accuracy test, in two sets. The validation photographs of the shared
+// data (035 to 049, 1.0 to 1.3 MP; 001 to 034 are kept for training and never used here) come
+// closest to the engine's work crop, which is at least 1280 x 960; Kodak pictures (768 x 512)
+// add variety. By default a third of the first set and two of the second; all of them with
+// TAVRIN_ALIGN_ALL_PHOTOS set. A ThreadSanitizer build, where this test alone would take most
+// of a minute, keeps the first photograph of each set: the workers run the same either way.
+#if defined(__SANITIZE_THREAD__)
+const bool kFirstOfEachSet = true;
+#else
+const bool kFirstOfEachSet = false;
+#endif
+
+struct PhotoSet {
+    const char* label;
+    std::vector<std::string> names;
+};
+
+std::vector<PhotoSet> accuracyPhotos() {
+    const bool all = getenv("TAVRIN_ALIGN_ALL_PHOTOS") != nullptr;
+    char name[64];
+    PhotoSet wiki = {"validation", {}}, kodak = {"Kodak", {}};
+    for (int i = 35; i <= 49; i += all ? 1 : 3) {
+        snprintf(name, sizeof name, "/photos/wikipedia/%03d.png", i);
+        wiki.names.push_back(name);
+    }
+    const int first_kodak = all ? 1 : 5, kodak_step = all ? 1 : 10;
+    const int last_kodak = all ? 24 : 15;
+    for (int i = first_kodak; i <= last_kodak; i += kodak_step) {
+        snprintf(name, sizeof name, "/photos/kodak/kodim%02d.png", i);
+        kodak.names.push_back(name);
+    }
+    if (kFirstOfEachSet && !all) {
+        wiki.names.resize(1);
+        kodak.names.resize(1);
+    }
+    return {wiki, kodak};
+}
+
+// A motion of a hand-held burst: rotation up to 1.5 degrees, scale within 2 percent, shifts up
+// to 30 px and a mild perspective (up to 2e-5 per pixel), about the centre of the frame.
+tav_sr2_Trans2D handheldMotion(std::mt19937& rng, double cx, double cy) {
+    std::uniform_real_distribution<double> unit(-1.0, 1.0);
+    const double degrees = 1.5 * unit(rng);
+    const double scale = 1.0 + 0.02 * unit(rng);
+    const double tx = 30.0 * unit(rng);
+    const double ty = 30.0 * unit(rng);
+    const double g = 2e-5 * unit(rng);
+    const double h = 2e-5 * unit(rng);
+    return tav_scene::aboutCentre(degrees, scale, tx, ty, g, h, cx, cy);
+}
+
+struct ErrorFigures {
+    double mean = 0, median = 0, worst = 0;
+};
+
+ErrorFigures figuresOf(std::vector<double> errors) {
+    ErrorFigures f;
+    if (errors.empty()) return f;
+    std::sort(errors.begin(), errors.end());
+    for (double e : errors)
+        f.mean += e / errors.size();
+    f.median = errors[errors.size() / 2];
+    f.worst = errors.back();
+    return f;
+}
+
+// Corner errors of one set of photographs at one noise level.
+struct Tally {
+    std::vector<double> errors;        // hand-held motions
+    std::vector<double> shift_errors;  // whole-pixel shifts
+    int failed = 0;
+    int frames() const { return (int)(errors.size() + shift_errors.size()) + failed; }
+};
+
+struct NoiseLevel {
+    const char* iso;
+    double sigma;
+};
+const NoiseLevel kNoiseLevels[] = {{"ISO 100", 1.0}, {"ISO 800", 3.0}, {"ISO 3200", 6.0}};
+const int kLevels = 3;
+
+// The burst of one photograph: the base (a window of it), four hand-held motions, and last a
+// whole-pixel shift, a frame of copied pixels with no interpolation at all. Adds the error of
+// each frame, the mean displacement of the window's four corners between the recovered and the
+// true transform, to the tallies of the noise levels, and returns the window's area.
+int64_t alignPhotograph(const Plane& photo, std::mt19937& rng, uint32_t* seed, Tally* tallies) {
+    const int32_t margin = 32;  // room for the motions, so that frames show the photograph
+    const int32_t w = (photo.width - 2 * margin) & ~7, h = (photo.height - 2 * margin) & ~7;
+    std::vector<tav_sr2_Trans2D> motions(1);
+    tav_sr2_Trans2D_identity(&motions[0]);
+    for (int k = 0; k < 4; ++k)
+        motions.push_back(handheldMotion(rng, w / 2.0, h / 2.0));
+    const double shift[9] = {1, 0, 17, 0, 1, -9, 0, 0, 1};
+    motions.push_back(tav_scene::matrix(shift));
+    std::vector<tav_scene::Field> fields;
+    for (const tav_sr2_Trans2D& t : motions)
+        fields.push_back(tav_scene::warpedField(photo, t, margin, margin, w, h));
+    // The warp's conventions: the base is the window itself, the shift a copy of pixels.
+    EXPECT_EQ(fields[0].v[0], photo.at(margin, margin));
+    EXPECT_EQ(fields.back().v[(size_t)w * 20 + 30], photo.at(margin + 13, margin + 29));
+
+    for (int l = 0; l < kLevels; ++l) {
+        std::vector<Plane> planes;
+        for (const tav_scene::Field& f : fields)
+            planes.push_back(tav_scene::quantized(f, kNoiseLevels[l].sigma, (*seed)++));
+        Burst b(planes, 0);
+        EXPECT_EQ(tav_sr2_Pipeline_align(b.p.get()), TAV_OK);
+        const int32_t last = (int32_t)motions.size() - 1;
+        for (int32_t k = 1; k <= last; ++k) {
+            if (b.p->align_status[k] != 0) {
+                tallies[l].failed++;
+                continue;
+            }
+            const double e = tav_scene::meanCornerError(b.transform(k), motions[k], w, h);
+            (k == last ? tallies[l].shift_errors : tallies[l].errors).push_back(e);
+        }
+    }
+    return (int64_t)w * h;
+}
+
 TEST(AlignDriver, RecoversKnownHomographiesOnPhotographs) {
     const std::string dir = tav_scene::sharedData();
     if (dir.empty()) GTEST_SKIP() << "TAVRIN_SHARED_DATA is not set: no photographs to align";
-    std::vector<Plane> photos;
-    for (int i = 1; i <= 24; i += 4) {
-        char name[64];
-        snprintf(name, sizeof name, "/photos/kodak/kodim%02d.png", i);
-        Plane p;
-        if (tav_scene::readPngLuma(dir + name, &p)) photos.push_back(p);
-    }
-    if (photos.empty()) GTEST_SKIP() << "no Kodak photographs under " << dir << "/photos/kodak";
-
-    const int32_t w = 640, h = 448, ox = 64, oy = 32;
-    const double cx = w / 2.0, cy = h / 2.0;
-    const tav_sr2_Trans2D motions[] = {
-        tav_scene::aboutCentre(0, 1, 30, -22, 0, 0, cx, cy),
-        tav_scene::aboutCentre(1.5, 1.0, -12.5, 7.25, 0, 0, cx, cy),
-        tav_scene::aboutCentre(-1.2, 1.02, 4.5, 18, 2e-5, -1.5e-5, cx, cy),
-        tav_scene::aboutCentre(0.7, 0.98, -25, -9.5, -1e-5, 2e-5, cx, cy),
-    };
-    struct Level {
-        const char* iso;
-        double sigma;
-    };
-    const Level levels[] = {{"ISO 100", 1.0}, {"ISO 800", 3.0}, {"ISO 3200", 6.0}};
-    tav_sr2_Trans2D identity;
-    tav_sr2_Trans2D_identity(&identity);
-    for (const Level& level : levels) {
-        std::vector<double> errors;
-        int failed = 0;
-        uint32_t seed = 100;
-        for (const Plane& photo : photos) {
-            std::vector<Plane> planes = {
-                tav_scene::warpedFrame(photo, identity, ox, oy, w, h, level.sigma, seed++)};
-            for (const tav_sr2_Trans2D& t : motions)
-                planes.push_back(
-                    tav_scene::warpedFrame(photo, t, ox, oy, w, h, level.sigma, seed++));
-            Burst b(planes, 0);
-            ASSERT_EQ(tav_sr2_Pipeline_align(b.p.get()), TAV_OK);
-            for (int32_t k = 1; k < (int32_t)planes.size(); ++k) {
-                if (b.p->align_status[k] != 0) {
-                    ++failed;
-                    continue;
-                }
-                errors.push_back(tav_scene::meanCornerError(b.transform(k), motions[k - 1], w, h));
-            }
+    std::mt19937 rng(7);
+    uint32_t seed = 100;
+    int photos = 0;
+    for (const PhotoSet& set : accuracyPhotos()) {
+        Tally tallies[kLevels];
+        int64_t area = 0;
+        int count = 0;
+        for (const std::string& name : set.names) {
+            Plane photo;
+            if (!tav_scene::readPngLuma(dir + name, &photo)) continue;
+            SCOPED_TRACE(name);
+            area += alignPhotograph(photo, rng, &seed, tallies);
+            ++count;
         }
-        ASSERT_FALSE(errors.empty());
-        std::vector<double> sorted = errors;
-        std::sort(sorted.begin(), sorted.end());
-        double sum = 0;
-        for (double e : errors)
-            sum += e;
-        const double mean = sum / errors.size(), median = sorted[sorted.size() / 2];
-        printf(
-            "[ alignment ] %-8s sigma %.1f: %zu frames, %d failed, corner error mean %.4f px, "
-            "median %.4f px, worst %.4f px\n",
-            level.iso, level.sigma, errors.size() + failed, failed, mean, median, sorted.back());
-        // The fit itself is exact (see the motion model tests); what is left is the tracking.
-        // Two thirds of the matches come from pixel templates, whose positions are whole pixels
-        // (uniform rounding, rms 0.41 px), and on smooth photographs (kodim04, 10, 19) these also
-        // slide along edges by up to the gate of sqrt(3) px. With about 250 matches and eight
-        // parameters that leaves about a tenth of a pixel at the corners of textured photographs
-        // and up to a pixel on smooth ones: the bounds below hold the median and the mean there.
-        if (level.sigma <= 1.0) {
-            EXPECT_EQ(failed, 0);
-            EXPECT_LT(median, 0.15);
-            EXPECT_LT(mean, 0.35);
+        if (count == 0) continue;
+        photos += count;
+        for (int l = 0; l < kLevels; ++l) {
+            const Tally& t = tallies[l];
+            const ErrorFigures f = figuresOf(t.errors);
+            printf(
+                "[ alignment ] %s, %d photos of %.2f MP on average, %s sigma %.1f: %d frames, %d "
+                "failed, corner error mean %.4f px, median %.4f px, worst %.4f px; whole-pixel "
+                "shifts mean %.4f px\n",
+                set.label, count, area / 1e6 / count, kNoiseLevels[l].iso, kNoiseLevels[l].sigma,
+                t.frames(), t.failed, f.mean, f.median, f.worst, figuresOf(t.shift_errors).mean);
         }
-        EXPECT_LE(failed, (int)(errors.size() + failed) / 4) << level.iso;
+        // The fit is exact (the motion model tests), and frames of copied pixels come back
+        // within a few hundredths of a pixel, so neither the fit nor this test's warp limits what
+        // is measured here (a Lanczos warp in place of the bicubic one moves the mean by less
+        // than 0.005 px). The limit is the pixel templates: a corner of strength 50 or less,
+        // which is most corners of a photograph on the detector's sparse grid, is followed by a
+        // whole-pixel search, so its match carries the rounding of its true position (rms 0.41
+        // px; 0.45 px measured). With at most 256 matches per level, whatever the picture's
+        // size, and eight parameters, that leaves about 0.10 px at the corners even when every
+        // match rounds perfectly, and 0.12 to 0.14 px as tracked. A mean below 0.1 px is out of
+        // this tracker's reach; the bounds hold the measured figures with room.
+        SCOPED_TRACE(set.label);
+        const ErrorFigures low = figuresOf(tallies[0].errors);
+        EXPECT_EQ(tallies[0].failed, 0);
+        EXPECT_LT(low.mean, 0.2);
+        EXPECT_LT(low.median, 0.2);
+        EXPECT_LT(low.worst, 0.5);
+        EXPECT_LT(figuresOf(tallies[0].shift_errors).mean, 0.05);
+        EXPECT_LT(figuresOf(tallies[1].errors).mean, 0.35);
+        EXPECT_LT(figuresOf(tallies[2].errors).mean, 0.6);
+        for (const Tally& t : tallies)
+            EXPECT_LE(t.failed, t.frames() / 4);
     }
+    if (photos == 0) GTEST_SKIP() << "no photographs under " << dir << "/photos";
 }
 
 }  // namespace

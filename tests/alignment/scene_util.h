@@ -125,40 +125,126 @@ inline double cubicWeight(double d) {  // Keys, a = -0.5
     return 0;
 }
 
+// Index v held to 0 .. n - 1: edges replicated.
+inline int32_t edgeIndex(int32_t v, int32_t n) {
+    return v < 0 ? 0 : v >= n ? n - 1 : v;
+}
+
+// The four Keys taps around position v: pixels first .. first + 3, first = floor(v) - 1.
+inline void cubicTaps(double v, int32_t* first, double w[4]) {
+    const double base = floor(v);
+    const double f = v - base;
+    *first = (int32_t)base - 1;
+    w[0] = cubicWeight(f + 1);
+    w[1] = cubicWeight(f);
+    w[2] = cubicWeight(1 - f);
+    w[3] = cubicWeight(2 - f);
+}
+
 inline double sampleCubic(const Plane& src, double x, double y) {
-    const int32_t ix = (int32_t)floor(x), iy = (int32_t)floor(y);
+    int32_t x0, y0;
+    double wx[4], wy[4];
+    cubicTaps(x, &x0, wx);
+    cubicTaps(y, &y0, wy);
+    const bool inside = x0 >= 0 && y0 >= 0 && x0 + 3 < src.width && y0 + 3 < src.height;
     double sum = 0.0;
-    for (int32_t j = -1; j <= 2; ++j) {
-        const int32_t yy = iy + j < 0 ? 0 : (iy + j >= src.height ? src.height - 1 : iy + j);
-        const double wy = cubicWeight(y - (iy + j));
-        for (int32_t i = -1; i <= 2; ++i) {
-            const int32_t xx = ix + i < 0 ? 0 : (ix + i >= src.width ? src.width - 1 : ix + i);
-            sum += wy * cubicWeight(x - (ix + i)) * src.at(xx, yy);
+    for (int32_t j = 0; j < 4; ++j) {
+        const int32_t yy = inside ? y0 + j : edgeIndex(y0 + j, src.height);
+        const uint8_t* row = &src.px[(size_t)yy * src.width];
+        double across = 0.0;
+        for (int32_t i = 0; i < 4; ++i) {
+            const int32_t xx = inside ? x0 + i : edgeIndex(x0 + i, src.width);
+            across += wx[i] * row[xx];
         }
+        sum += wy[j] * across;
     }
     return sum;
 }
 
+// Grey values before rounding, so that noise can be added to one warp at several levels.
+struct Field {
+    int32_t width = 0;
+    int32_t height = 0;
+    std::vector<double> v;
+};
+
+// The whole-pixel shift that t^-1 is, if it is one.
+inline bool wholeShift(const tav_sr2_Trans2D& inv, int32_t* dx, int32_t* dy) {
+    const double* m = inv.m;
+    if (m[1] != 0 || m[3] != 0 || m[6] != 0 || m[7] != 0 || m[0] != m[8] || m[4] != m[8]) {
+        return false;
+    }
+    const double x = m[2] / m[8], y = m[5] / m[8];
+    *dx = (int32_t)x;
+    *dy = (int32_t)y;
+    return *dx == x && *dy == y;
+}
+
 // A w x h frame seen through t (base to frame, in frame pixels), the base being the window of
-// `src` at (ox, oy): frame(q) = src((ox, oy) + t^-1 q), bicubic, edges replicated, plus Gaussian
-// noise of the given sigma in grey levels.
-inline Plane warpedFrame(const Plane& src, const tav_sr2_Trans2D& t, int32_t ox, int32_t oy,
-                         int32_t w, int32_t h, double noise, uint32_t seed) {
+// `src` at (ox, oy): field(q) = src((ox, oy) + t^-1 q), bicubic, edges replicated. A whole-pixel
+// shift is a plain copy, which is also what the bicubic taps give there.
+inline Field warpedField(const Plane& src, const tav_sr2_Trans2D& t, int32_t ox, int32_t oy,
+                         int32_t w, int32_t h) {
     tav_sr2_Trans2D inv;
     tav_sr2_Trans2D_invert(&inv, &t);
-    std::mt19937 rng(seed);
-    std::normal_distribution<double> gauss(0.0, 1.0);
-    Plane out = flatPlane(w, h, 0);
+    Field out;
+    out.width = w;
+    out.height = h;
+    out.v.resize((size_t)w * h);
+    int32_t dx, dy;
+    const bool copy = wholeShift(inv, &dx, &dy);
     for (int32_t y = 0; y < h; ++y) {
+        double* row = &out.v[(size_t)y * w];
         for (int32_t x = 0; x < w; ++x) {
+            if (copy) {
+                row[x] =
+                    src.at(edgeIndex(x + dx + ox, src.width), edgeIndex(y + dy + oy, src.height));
+                continue;
+            }
             double sx, sy;
             project(inv, x, y, &sx, &sy);
-            double v = sampleCubic(src, sx + ox, sy + oy);
-            if (noise > 0) v += noise * gauss(rng);
-            out.px[(size_t)y * w + x] = (uint8_t)fmin(255, fmax(0, floor(v + 0.5)));
+            row[x] = sampleCubic(src, sx + ox, sy + oy);
         }
     }
     return out;
+}
+
+// Draws of the standard normal distribution, made once: the frames need millions of samples,
+// and a table lookup per pixel keeps that cheap even in unoptimised sanitizer builds.
+inline const std::vector<double>& gaussTable() {
+    static const std::vector<double> table = [] {
+        std::mt19937 rng(2024);
+        std::normal_distribution<double> gauss(0.0, 1.0);
+        std::vector<double> t(1 << 16);
+        for (double& v : t)
+            v = gauss(rng);
+        return t;
+    }();
+    return table;
+}
+
+// The field plus Gaussian noise of the given sigma in grey levels, rounded to bytes.
+inline Plane quantized(const Field& f, double noise, uint32_t seed) {
+    const std::vector<double>& gauss = gaussTable();
+    uint32_t state = seed * 2654435761u ^ 0x9E3779B9u;  // xorshift32: any state but 0
+    if (state == 0) state = 1;
+    Plane out = flatPlane(f.width, f.height, 0);
+    for (size_t i = 0; i < f.v.size(); ++i) {
+        double v = f.v[i];
+        if (noise > 0) {
+            state ^= state << 13;
+            state ^= state >> 17;
+            state ^= state << 5;
+            v += noise * gauss[state >> 16];
+        }
+        out.px[i] = (uint8_t)fmin(255, fmax(0, floor(v + 0.5)));
+    }
+    return out;
+}
+
+inline Plane warpedFrame(const Plane& src, const tav_sr2_Trans2D& t, int32_t ox, int32_t oy,
+                         int32_t w, int32_t h, double noise, uint32_t seed) {
+    return quantized(warpedField(src, t, ox, oy, w, h), noise, seed);
 }
 
 }  // namespace tav_scene
