@@ -3,41 +3,21 @@
 // parseCommandLine: GNU style: options and frames in any order, "--name value" or
 //   "--name=value", "-o OUT" or "-oOUT", and "--" ending the options. A repeated option keeps
 //   its last value, except --face and --prop, which add. Every value is parsed in full: "12x" is
-//   not a number.
+//   not a number. The splitting and the error texts are the tools' parser (tools/toolkit/args.h);
+//   this file holds the options themselves and the checks across them.
 #include "cli/options.h"
 
-#include <errno.h>
-#include <stdlib.h>
-
-#include <functional>
-
 #include "cli/prop_table.h"
+#include "tools/toolkit/args.h"
 
 namespace tsr {
 namespace {
 
+using tavtool::parseDoubleArg;
+using tavtool::parseIntArg;
+
 constexpr int32_t kMaxFrames = 10;  // the engine merges at most this many
 constexpr size_t kMaxFaces = 5;
-
-bool parseInt(const std::string& text, int64_t lo, int64_t hi, int32_t* out) {
-    if (text.empty()) return false;
-    char* end = nullptr;
-    errno = 0;
-    const long long v = strtoll(text.c_str(), &end, 10);
-    if (errno != 0 || *end != '\0' || v < lo || v > hi) return false;
-    *out = static_cast<int32_t>(v);
-    return true;
-}
-
-bool parseDouble(const std::string& text, double* out) {
-    if (text.empty()) return false;
-    char* end = nullptr;
-    errno = 0;
-    const double v = strtod(text.c_str(), &end);
-    if (errno != 0 || *end != '\0') return false;
-    *out = v;
-    return true;
-}
 
 // "a,b,c" into integers in lo..hi.
 bool parseIntList(const std::string& text, int64_t lo, int64_t hi, std::vector<int32_t>* out) {
@@ -46,7 +26,7 @@ bool parseIntList(const std::string& text, int64_t lo, int64_t hi, std::vector<i
     for (;;) {
         const size_t comma = text.find(',', start);
         int32_t v;
-        if (!parseInt(text.substr(start, comma - start), lo, hi, &v)) return false;
+        if (!parseIntArg(text.substr(start, comma - start), lo, hi, &v)) return false;
         out->push_back(v);
         if (comma == std::string::npos) return true;
         start = comma + 1;
@@ -63,76 +43,62 @@ bool parseRect(const std::string& text, int32_t r[4]) {
     return true;
 }
 
-using Handler = std::function<bool(const std::string& value, CliOptions* o)>;
-
-struct OptionSpec {
-    const char* name;  // without the dashes
-    bool takes_value;
-    const char* what;  // the value's form, for the error message
-    Handler handle;
-};
-
-const std::vector<OptionSpec>& optionTable() {
-    static const std::vector<OptionSpec> table = {
+// The options, each handler writing into `o`; -o, -h and -v stand for --output, --help and
+// --verbose.
+std::vector<tavtool::ArgSpec> optionTable(CliOptions* o) {
+    return {
         {"output", true, "a file name",
-         [](const std::string& v, CliOptions* o) {
+         [o](const std::string& v) {
              o->output = v;
              return !v.empty();
-         }},
-        {"help", false, "", [](const std::string&, CliOptions* o) { return o->help = true; }},
-        {"version", false, "", [](const std::string&, CliOptions* o) { return o->version = true; }},
-        {"verbose", false, "", [](const std::string&, CliOptions* o) { return o->verbose = true; }},
+         },
+         'o'},
+        {"help", false, "", [o](const std::string&) { return o->help = true; }, 'h'},
+        {"version", false, "", [o](const std::string&) { return o->version = true; }},
+        {"verbose", false, "", [o](const std::string&) { return o->verbose = true; }, 'v'},
         {"size", true, "WxH",
-         [](const std::string& v, CliOptions* o) {
-             return tavio::parseSize(v, &o->raw_width, &o->raw_height);
-         }},
+         [o](const std::string& v) { return tavio::parseSize(v, &o->raw_width, &o->raw_height); }},
         {"format", true, "nv12, nv21 or p10",
-         [](const std::string& v, CliOptions* o) { return tavio::parseRawFormat(v, &o->format); }},
+         [o](const std::string& v) { return tavio::parseRawFormat(v, &o->format); }},
         {"zoom", true, "a ratio from 1 to 30",
-         [](const std::string& v, CliOptions* o) {
-             return parseDouble(v, &o->zoom) && o->zoom >= 1.0 && o->zoom <= 30.0;
-         }},
+         [o](const std::string& v) { return parseDoubleArg(v, 1.0, 30.0, &o->zoom); }},
         {"output-size", true, "WxH",
-         [](const std::string& v, CliOptions* o) {
+         [o](const std::string& v) {
              return tavio::parseSize(v, &o->output_width, &o->output_height);
          }},
         {"rect", true, "x0,y0,x1,y1 with x1 > x0 and y1 > y0",
-         [](const std::string& v, CliOptions* o) { return o->have_rect = parseRect(v, o->rect); }},
+         [o](const std::string& v) { return o->have_rect = parseRect(v, o->rect); }},
         {"iso", true, "a whole number from 1",
-         [](const std::string& v, CliOptions* o) { return parseInt(v, 1, 1000000, &o->iso); }},
+         [o](const std::string& v) { return parseIntArg(v, 1, 1000000, &o->iso); }},
         {"exposure", true, "microseconds from 1, or a comma-separated list, one per frame",
-         [](const std::string& v, CliOptions* o) {
-             return parseIntList(v, 1, INT32_MAX, &o->exposures);
-         }},
+         [o](const std::string& v) { return parseIntList(v, 1, INT32_MAX, &o->exposures); }},
         {"base", true, "a frame index from 0",
-         [](const std::string& v, CliOptions* o) { return parseInt(v, 0, 1000, &o->base); }},
+         [o](const std::string& v) { return parseIntArg(v, 0, 1000, &o->base); }},
         {"face", true, "x0,y0,x1,y1 with x1 > x0 and y1 > y0 (at most 5 faces)",
-         [](const std::string& v, CliOptions* o) {
+         [o](const std::string& v) {
              std::array<int32_t, 4> r;
              if (o->faces.size() >= kMaxFaces || !parseRect(v, r.data())) return false;
              o->faces.push_back(r);
              return true;
          }},
         {"params", true, "a tuning file",
-         [](const std::string& v, CliOptions* o) {
+         [o](const std::string& v) {
              o->params = v;
              return !v.empty();
          }},
         {"cache-dir", true, "a folder",
-         [](const std::string& v, CliOptions* o) {
+         [o](const std::string& v) {
              o->cache_dir = v;
              return !v.empty();
          }},
         {"camera-id", true, "a whole number from 0",
-         [](const std::string& v, CliOptions* o) {
-             return parseInt(v, 0, INT32_MAX, &o->camera_id);
-         }},
+         [o](const std::string& v) { return parseIntArg(v, 0, INT32_MAX, &o->camera_id); }},
         {"threads", true, "1 to 12",
-         [](const std::string& v, CliOptions* o) { return parseInt(v, 1, 12, &o->threads); }},
+         [o](const std::string& v) { return parseIntArg(v, 1, 12, &o->threads); }},
         {"jpeg-quality", true, "1 to 100",
-         [](const std::string& v, CliOptions* o) { return parseInt(v, 1, 100, &o->jpeg_quality); }},
+         [o](const std::string& v) { return parseIntArg(v, 1, 100, &o->jpeg_quality); }},
         {"prop", true, "key=value, the value at most 91 bytes",
-         [](const std::string& v, CliOptions* o) {
+         [o](const std::string& v) {
              const size_t eq = v.find('=');
              if (eq == 0 || eq == std::string::npos || v.size() - eq - 1 > kTsrPropertyValueMax)
                  return false;
@@ -140,27 +106,6 @@ const std::vector<OptionSpec>& optionTable() {
              return true;
          }},
     };
-    return table;
-}
-
-const OptionSpec* findOption(const std::string& name) {
-    for (const OptionSpec& spec : optionTable()) {
-        if (name == spec.name) return &spec;
-    }
-    return nullptr;
-}
-
-// The long name of a short option, or null.
-const char* longNameOf(char c) {
-    switch (c) {
-        case 'o':
-            return "output";
-        case 'h':
-            return "help";
-        case 'v':
-            return "verbose";
-    }
-    return nullptr;
 }
 
 bool crossChecks(CliOptions* o, std::string* error) {
@@ -193,61 +138,8 @@ bool crossChecks(CliOptions* o, std::string* error) {
 }  // namespace
 
 bool parseCommandLine(int argc, char** argv, CliOptions* o, std::string* error) {
-    bool options_done = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (options_done || arg.size() < 2 || arg[0] != '-') {
-            o->frames.push_back(arg);
-            continue;
-        }
-        if (arg == "--") {
-            options_done = true;
-            continue;
-        }
-        std::string name;
-        std::string value;
-        bool inline_value = false;
-        if (arg[1] == '-') {
-            const size_t eq = arg.find('=');
-            name = arg.substr(2, eq == std::string::npos ? std::string::npos : eq - 2);
-            if (eq != std::string::npos) {
-                value = arg.substr(eq + 1);
-                inline_value = true;
-            }
-        } else {
-            const char* long_name = longNameOf(arg[1]);
-            if (!long_name) {
-                *error = "unknown option '" + arg + "'";
-                return false;
-            }
-            name = long_name;
-            if (arg.size() > 2) {
-                value = arg.substr(2);
-                inline_value = true;
-            }
-        }
-        const OptionSpec* spec = findOption(name);
-        if (!spec) {
-            *error = "unknown option '" + arg + "'";
-            return false;
-        }
-        if (!spec->takes_value && inline_value) {
-            *error = "option '--" + name + "' takes no value";
-            return false;
-        }
-        if (spec->takes_value && !inline_value) {
-            if (i + 1 >= argc) {
-                *error = "option '--" + name + "' needs a value: " + spec->what;
-                return false;
-            }
-            value = argv[++i];
-        }
-        if (!spec->handle(value, o)) {
-            *error = "option '--" + name + "': bad value '" + value + "'; expected " + spec->what;
-            return false;
-        }
-    }
-    return crossChecks(o, error);
+    return tavtool::parseArgs(argc, argv, optionTable(o), &o->frames, error) &&
+           crossChecks(o, error);
 }
 
 const char* usageText() {

@@ -1,5 +1,8 @@
-// A small command-line parser for the tools: "--name value", "--name=value", "-x value" for
-// one-letter names, "--" ending the options; everything else is positional.
+// The command-line parser shared by tavrin-sr and the tools: "--name value", "--name=value",
+// "-x value" or "-xVALUE" for one-letter names, "--" ending the options; everything else, "-"
+// included, is positional, in any order with the options. Each option's handler gets the value
+// as typed and says whether it is good. The first problem stops the parse with a one-line
+// message naming the option by its long form, so "-o" and "--output" read the same.
 #pragma once
 
 #include <errno.h>
@@ -13,12 +16,14 @@
 namespace tavtool {
 
 struct ArgSpec {
-    const char* name;  // "frames", or "o" for -o
+    const char* name;  // a long name ("frames" for --frames), or one letter ("o" for -o only)
     bool takes_value;
     const char* what;  // the value's form, for messages
     std::function<bool(const std::string& value)> handle;
+    char short_name = 0;  // a one-letter alias of a long name: 'o' lets -o stand for --output
 };
 
+// Whole-text numbers in lo..hi; `out` is left alone on failure.
 inline bool parseIntArg(const std::string& text, int64_t lo, int64_t hi, int32_t* out) {
     if (text.empty()) return false;
     char* end = nullptr;
@@ -39,17 +44,44 @@ inline bool parseDoubleArg(const std::string& text, double lo, double hi, double
     return true;
 }
 
+namespace argsdetail {
+
+inline bool isLetterName(const char* name) {
+    return name[0] != '\0' && name[1] == '\0';
+}
+
+// The spec that "--name" (is_long) or "-c" asks for, or null. A one-letter name is never long:
+// "--o" is unknown even where -o is known.
+inline const ArgSpec* findSpec(const std::vector<ArgSpec>& specs, bool is_long,
+                               const std::string& name) {
+    for (const ArgSpec& s : specs) {
+        const bool letter = isLetterName(s.name);
+        const bool match = is_long ? !letter && name == s.name
+                                   : (letter && name[0] == s.name[0]) || name[0] == s.short_name;
+        if (match) return &s;
+    }
+    return nullptr;
+}
+
+inline std::string messageName(const ArgSpec& s) {
+    return (isLetterName(s.name) ? "-" : "--") + std::string(s.name);
+}
+
+}  // namespace argsdetail
+
+// Runs the handlers of the options in argv[1..] in order and appends the rest to `positional`.
+// False with `error` set at the first unknown option, missing, unwanted or rejected value.
 inline bool parseArgs(int argc, char** argv, const std::vector<ArgSpec>& specs,
                       std::vector<std::string>* positional, std::string* error) {
-    bool done = false;
+    bool options_done = false;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
-        if (done || arg.size() < 2 || arg[0] != '-') {
+        if (options_done || arg.size() < 2 || arg[0] != '-') {
             positional->push_back(arg);
             continue;
         }
         if (arg == "--") {
-            done = true;
+            options_done = true;
             continue;
         }
         const bool is_long = arg[1] == '-';
@@ -57,30 +89,28 @@ inline bool parseArgs(int argc, char** argv, const std::vector<ArgSpec>& specs,
         const std::string name =
             is_long ? arg.substr(2, eq == std::string::npos ? std::string::npos : eq - 2)
                     : arg.substr(1, 1);
-        const ArgSpec* spec = nullptr;
-        for (const ArgSpec& s : specs) {
-            if (name == s.name && (is_long == (name.size() > 1))) spec = &s;
-        }
+        const ArgSpec* spec = argsdetail::findSpec(specs, is_long, name);
         if (!spec) {
             *error = "unknown option '" + arg + "'";
             return false;
         }
-        std::string value;
+        const std::string option = "option '" + argsdetail::messageName(*spec) + "'";
         const bool inline_value = is_long ? eq != std::string::npos : arg.size() > 2;
+        std::string value;
         if (inline_value) value = is_long ? arg.substr(eq + 1) : arg.substr(2);
         if (!spec->takes_value && inline_value) {
-            *error = "option '" + arg + "' takes no value";
+            *error = option + " takes no value";
             return false;
         }
         if (spec->takes_value && !inline_value) {
             if (i + 1 >= argc) {
-                *error = "option '" + arg + "' needs a value: " + spec->what;
+                *error = option + " needs a value: " + spec->what;
                 return false;
             }
             value = argv[++i];
         }
         if (!spec->handle(value)) {
-            *error = "option '" + arg + "': bad value '" + value + "'; expected " + spec->what;
+            *error = option + ": bad value '" + value + "'; expected " + spec->what;
             return false;
         }
     }
