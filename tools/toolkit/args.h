@@ -50,7 +50,7 @@ inline bool isLetterName(const char* name) {
     return name[0] != '\0' && name[1] == '\0';
 }
 
-// The spec that "--name" (is_long) or "-c" asks for, or null. A one-letter name is never long:
+// The entry that "--name" (is_long) or "-c" asks for, or null. A one-letter name is never long:
 // "--o" is unknown even where -o is known.
 inline const ArgSpec* findSpec(const std::vector<ArgSpec>& specs, bool is_long,
                                const std::string& name) {
