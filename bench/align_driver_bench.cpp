@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "alignment/align_driver.h"
+#include "bench/bench_rig.h"
 #include "engine/pipeline.h"
 #include "foundation/image.h"
 #include "foundation/mem_pool.h"
@@ -33,33 +34,18 @@ const tav_scene::Plane& benchFrame(int32_t k) {
 }
 
 struct Bench {
-    std::unique_ptr<max_align_t[]> region;
-    tav_sr2_MemPool pool = {};
-    tav_sr2_TaskSys* ts = nullptr;
-    tav_sr2_ThreadPool tp = {};
+    BenchRig rig;
     std::unique_ptr<tav_sr2_Pipeline> p{new tav_sr2_Pipeline};
     tav_sr2_Image frames[2] = {};
     bool ok = true;
 
-    explicit Bench(int32_t workers) {
-        const size_t bytes = 128u << 20;
-        region.reset(new max_align_t[bytes / sizeof(max_align_t)]);
-        ok = tav_sr2_MemPool_init(&pool, region.get(), bytes) == TAV_OK;
-        if (workers > 1) {
-            ts = static_cast<tav_sr2_TaskSys*>(calloc(1, sizeof(tav_sr2_TaskSys)));
-            tav_sr2_TaskSys_init(ts, &pool);
-            ts->config.thread_count = workers;
-            ok = ok && tav_sr2_TaskSys_start(ts) == TAV_OK;
-            tav_sr2_ThreadPool_init(&tp, &pool);
-            tp.task_sys = ts;
-            tp.thread_limit = workers;
-            ok = ok && tav_sr2_ThreadPool_start(&tp, 64, 64) == TAV_OK;
-        }
-        tav_sr2_Pipeline_init(p.get(), &pool, ts, ts ? &tp : nullptr);
+    explicit Bench(int32_t workers) : rig(128u << 20, workers) {
+        ok = rig.ok;
+        tav_sr2_Pipeline_init(p.get(), &rig.pool, rig.ts, rig.threads());
         p->clip_width = kW;
         p->clip_height = kH;
         for (int32_t k = 0; k < 2 && ok; ++k) {
-            tav_sr2_Image_init(&frames[k], &pool);
+            tav_sr2_Image_init(&frames[k], &rig.pool);
             ok = tav_sr2_Image_alloc(&frames[k], kW, kH, nullptr, 48) == TAV_OK;
             if (!ok) break;
             const tav_scene::Plane& src = benchFrame(k);
@@ -74,11 +60,6 @@ struct Bench {
         tav_sr2_Pipeline_finish(p.get());
         for (tav_sr2_Image& f : frames)
             tav_sr2_Image_finish(&f);
-        if (ts != nullptr) {
-            tav_sr2_ThreadPool_finish(&tp);
-            tav_sr2_TaskSys_finish(ts);
-            free(ts);
-        }
     }
     uint32_t align(int32_t frame_count) {
         p->frame_count = frame_count;

@@ -11,6 +11,7 @@
 #include <memory>
 #include <vector>
 
+#include "bench/bench_rig.h"
 #include "engine/buffer_budget.h"
 #include "engine/engine.h"
 #include "engine/frame_intake.h"
@@ -95,26 +96,15 @@ BENCHMARK(BM_PipelineWholeRun)
 // The reference: the zoom window of one frame enlarged to the output, luma and chroma.
 void BM_PipelineReferenceResize(benchmark::State& state) {
     const int32_t workers = int32_t(state.range(0));
-    const size_t bytes = size_t(64) << 20;
-    std::unique_ptr<max_align_t[]> region(new max_align_t[bytes / sizeof(max_align_t)]);
-    tav_sr2_MemPool pool = {};
-    tav_sr2_TaskSys* ts = static_cast<tav_sr2_TaskSys*>(calloc(1, sizeof(tav_sr2_TaskSys)));
-    tav_sr2_ThreadPool tp = {};
-    bool ok = tav_sr2_MemPool_init(&pool, region.get(), bytes) == TAV_OK;
-    tav_sr2_TaskSys_init(ts, &pool);
-    ts->config.thread_count = workers;
-    ok = ok && tav_sr2_TaskSys_start(ts) == TAV_OK;
-    tav_sr2_ThreadPool_init(&tp, &pool);
-    tp.task_sys = ts;
-    tp.thread_limit = workers;
-    ok = ok && tav_sr2_ThreadPool_start(&tp, 64, 64) == TAV_OK;
-    const tav_sr2_ImageCtx ctx = {&pool, &tp, ts};
+    BenchRig rig(size_t(64) << 20, workers);
+    bool ok = rig.ok;
+    const tav_sr2_ImageCtx ctx = rig.ctx();
 
     std::vector<uint8_t> out(size_t(kWidth) * kHeight * 3 / 2);
     const tavrin_KELD_Image& frame = burst().records[0];
     tav_sr2_Image full, window, dst;
-    tav_sr2_Image_init(&full, &pool);
-    tav_sr2_Image_init(&dst, &pool);
+    tav_sr2_Image_init(&full, &rig.pool);
+    tav_sr2_Image_init(&dst, &rig.pool);
     uint8_t* in_planes[2] = {static_cast<uint8_t*>(frame.plane0),
                              static_cast<uint8_t*>(frame.plane1)};
     uint8_t* out_planes[2] = {out.data(), out.data() + kWidth * kHeight};
@@ -137,9 +127,6 @@ void BM_PipelineReferenceResize(benchmark::State& state) {
                                                 benchmark::Counter::kIsRate);
     tav_sr2_Image_finish(&dst);
     tav_sr2_Image_finish(&full);
-    tav_sr2_ThreadPool_finish(&tp);
-    tav_sr2_TaskSys_finish(ts);
-    free(ts);
 }
 BENCHMARK(BM_PipelineReferenceResize)
     ->Arg(1)

@@ -8,6 +8,7 @@
 #include <memory>
 #include <random>
 
+#include "bench/bench_rig.h"
 #include "enhance/blur.h"
 #include "enhance/resize.h"
 #include "foundation/image.h"
@@ -18,33 +19,15 @@
 namespace {
 
 struct Bench {
-    std::unique_ptr<max_align_t[]> region;
-    tav_sr2_MemPool pool = {};
-    tav_sr2_TaskSys* ts = nullptr;
-    tav_sr2_ThreadPool tp = {};
-    tav_sr2_ImageCtx ctx = {};
+    BenchRig rig;
+    tav_sr2_ImageCtx ctx;
     tav_sr2_Image src = {}, dst = {};
-    bool ok = true;
+    bool ok;
 
-    Bench(int32_t workers, int32_t sw, int32_t sh, int32_t dw, int32_t dh) {
-        const size_t bytes = 160u << 20;
-        region.reset(new max_align_t[bytes / sizeof(max_align_t)]);
-        ok = tav_sr2_MemPool_init(&pool, region.get(), bytes) == TAV_OK;
-        ctx.pool = &pool;
-        if (workers > 1) {
-            ts = static_cast<tav_sr2_TaskSys*>(calloc(1, sizeof(tav_sr2_TaskSys)));
-            tav_sr2_TaskSys_init(ts, &pool);
-            ts->config.thread_count = workers;
-            ok = ok && tav_sr2_TaskSys_start(ts) == TAV_OK;
-            tav_sr2_ThreadPool_init(&tp, &pool);
-            tp.task_sys = ts;
-            tp.thread_limit = workers;
-            ok = ok && tav_sr2_ThreadPool_start(&tp, 64, 64) == TAV_OK;
-            ctx.threads = &tp;
-            ctx.tasks = ts;
-        }
-        tav_sr2_Image_init(&src, &pool);
-        tav_sr2_Image_init(&dst, &pool);
+    Bench(int32_t workers, int32_t sw, int32_t sh, int32_t dw, int32_t dh)
+        : rig(160u << 20, workers), ctx(rig.ctx()), ok(rig.ok) {
+        tav_sr2_Image_init(&src, &rig.pool);
+        tav_sr2_Image_init(&dst, &rig.pool);
         ok = ok && tav_sr2_Image_alloc(&src, sw, sh, nullptr, TAV_SR2_FMT_UINT8) == TAV_OK;
         ok = ok && tav_sr2_Image_alloc(&dst, dw, dh, nullptr, TAV_SR2_FMT_UINT8) == TAV_OK;
         if (!ok) return;
@@ -60,11 +43,6 @@ struct Bench {
     ~Bench() {
         tav_sr2_Image_finish(&dst);
         tav_sr2_Image_finish(&src);
-        if (ts != nullptr) {
-            tav_sr2_ThreadPool_finish(&tp);
-            tav_sr2_TaskSys_finish(ts);
-            free(ts);
-        }
     }
 };
 
