@@ -1,8 +1,10 @@
 // A whole engine run as the instance layer makes it: init in a buffer of exactly the budget,
-// start, 8 frames of 4000 x 3000 (YUV420_SEMIPLANAR) taken in, the run at zoom 2, finish; with
-// the stages built so far. The reference, timed in the same program, is the least any run must
-// do: one bilinear enlargement of the zoom window (2000 x 1500, luma and chroma) to the output.
-// Counter "MP/s": output megapixels per second. Argument: workers, the caller included.
+// start, 8 frames of 4000 x 3000 taken in (YUV420_SEMIPLANAR, or the same frames packed at
+// 10 bits, YUV10B_PACKED_LE_420S, which intake converts into the pool), the run at zoom 2,
+// finish; with the stages built so far. The reference, timed in the same program, is the least any
+// run must do: one bilinear enlargement of the zoom window (2000 x 1500, luma and chroma) to the
+// output. Counter "MP/s": output megapixels per second. Arguments: workers, the caller included;
+// packed.
 //
 //   tavrin_bench --benchmark_filter=Pipeline
 #include <benchmark/benchmark.h>
@@ -27,10 +29,26 @@ struct FreeDeleter {
     void operator()(void* p) const { free(p); }
 };
 
-// A burst of shaded frames, each moved by a pixel against the one before.
+// Three 10-bit samples a 32-bit little-endian word, rows padded to 6 samples.
+std::vector<uint8_t> packed10(const uint8_t* samples, int32_t width, int32_t rows, int32_t pitch) {
+    std::vector<uint8_t> out(size_t(pitch) * rows, 0);
+    for (int32_t y = 0; y < rows; ++y) {
+        for (int32_t x = 0; x < width; ++x) {
+            uint8_t* word = &out[size_t(y) * pitch + size_t(x / 3) * 4];
+            const uint32_t v = uint32_t(samples[size_t(y) * width + x]) << (2 + 10 * (x % 3));
+            for (int b = 0; b < 4; ++b)
+                word[b] |= uint8_t(v >> (8 * b));
+        }
+    }
+    return out;
+}
+
+constexpr int32_t kPackedPitch = (kWidth + 5) / 6 * 8;
+
+// A burst of shaded frames, each moved by a pixel against the one before, in both forms.
 struct Burst {
-    std::vector<std::vector<uint8_t>> pixels;
-    std::vector<tavrin_KELD_Image> records;
+    std::vector<std::vector<uint8_t>> pixels, packed;
+    std::vector<tavrin_KELD_Image> records, packed_records;
     Burst() {
         const size_t luma = size_t(kWidth) * kHeight;
         for (int32_t f = 0; f < kFrames; ++f) {
@@ -48,6 +66,10 @@ struct Burst {
         for (std::vector<uint8_t>& p : pixels) {
             records.push_back(
                 {kWidth, kHeight, p.data(), p.data() + luma, nullptr, kWidth, kWidth, 0});
+            packed.push_back(packed10(p.data(), kWidth, kHeight * 3 / 2, kPackedPitch));
+            uint8_t* q = packed.back().data();
+            packed_records.push_back({kWidth, kHeight, q, q + size_t(kPackedPitch) * kHeight,
+                                      nullptr, kPackedPitch, kPackedPitch, 0});
         }
     }
 };
@@ -59,9 +81,11 @@ const Burst& burst() {
 
 void BM_PipelineWholeRun(benchmark::State& state) {
     const int32_t workers = int32_t(state.range(0));
+    const bool packed = state.range(1) != 0;
+    const char* format = packed ? "YUV10B_PACKED_LE_420S" : "YUV420_SEMIPLANAR";
     const Burst& b = burst();
-    const int32_t budget = tav_sr2_getBufferSize(kWidth, kHeight, kWidth, kHeight, kFrames, kFrames,
-                                                 "YUV420_SEMIPLANAR", kZoom);
+    const int32_t budget =
+        tav_sr2_getBufferSize(kWidth, kHeight, kWidth, kHeight, kFrames, kFrames, format, kZoom);
     std::unique_ptr<uint8_t, FreeDeleter> buffer(
         static_cast<uint8_t*>(aligned_alloc(64, (size_t(budget) + 63) & ~size_t(63))));
     std::vector<uint8_t> out(size_t(kWidth) * kHeight * 3 / 2);
@@ -70,10 +94,10 @@ void BM_PipelineWholeRun(benchmark::State& state) {
     for (auto _ : state) {
         tav_sr2_Engine* e = nullptr;
         uint32_t status = tav_sr2_init(&e, buffer.get(), budget, kWidth, kHeight, kWidth, kHeight,
-                                       kFrames, kFrames, workers, "YUV420_SEMIPLANAR", kZoom);
+                                       kFrames, kFrames, workers, format, kZoom);
         status |= tav_sr2_setCore(&e, 0, workers, 0);
         status |= tav_sr2_start(&e);
-        for (const tavrin_KELD_Image& frame : b.records)
+        for (const tavrin_KELD_Image& frame : packed ? b.packed_records : b.records)
             status |= tav_sr2_addImage(&e, &frame);
         status |= tav_sr2_process(&e, &output);
         status |= tav_sr2_finish(&e);
@@ -87,9 +111,8 @@ void BM_PipelineWholeRun(benchmark::State& state) {
                                                 benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_PipelineWholeRun)
-    ->Arg(1)
-    ->Arg(2)
-    ->Arg(4)
+    ->ArgsProduct({{1, 2, 4}, {0, 1}})
+    ->ArgNames({"workers", "packed"})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 

@@ -57,7 +57,8 @@ std::vector<tavtool::ArgSpec> optionTable(CliOptions* o) {
         {"version", false, "", [o](const std::string&) { return o->version = true; }},
         {"verbose", false, "", [o](const std::string&) { return o->verbose = true; }, 'v'},
         {"size", true, "WxH",
-         [o](const std::string& v) { return tavio::parseSize(v, &o->raw_width, &o->raw_height); }},
+         [o](const std::string& v) { return tavio::parseSize(v, &o->raw_width, &o->raw_height); },
+         0, tavio::sizeProblem},
         {"format", true, "nv12, nv21 or p10",
          [o](const std::string& v) { return tavio::parseRawFormat(v, &o->format); }},
         {"zoom", true, "a ratio from 1 to 30",
@@ -65,7 +66,8 @@ std::vector<tavtool::ArgSpec> optionTable(CliOptions* o) {
         {"output-size", true, "WxH",
          [o](const std::string& v) {
              return tavio::parseSize(v, &o->output_width, &o->output_height);
-         }},
+         },
+         0, tavio::sizeProblem},
         {"rect", true, "x0,y0,x1,y1 with x1 > x0 and y1 > y0",
          [o](const std::string& v) { return o->have_rect = parseRect(v, o->rect); }},
         {"iso", true, "a whole number from 1",
@@ -97,6 +99,8 @@ std::vector<tavtool::ArgSpec> optionTable(CliOptions* o) {
          [o](const std::string& v) { return parseIntArg(v, 1, 12, &o->threads); }},
         {"jpeg-quality", true, "1 to 100",
          [o](const std::string& v) { return parseIntArg(v, 1, 100, &o->jpeg_quality); }},
+        {"png-level", true, "0 to 9",
+         [o](const std::string& v) { return parseIntArg(v, 0, 9, &o->png_level); }},
         {"prop", true, "key=value, the value at most 91 bytes",
          [o](const std::string& v) {
              const size_t eq = v.find('=');
@@ -178,11 +182,13 @@ Raw input:
   --format F            nv12 (default), nv21 or p10 (packed 10-bit, three samples a word)
 Other:
   --jpeg-quality Q      quality of a JPEG output, 1..100 (default 95)
+  --png-level L         zlib level of a PNG output, 0..9 (default 1; 9 makes files 20% smaller
+                        and 70 times slower)
   -o, --output OUT      the output file
   -h, --help            this text
   --version             the library's version
 
-Prints the status, the base frame, the merge count and the time. Exit status: 0 success,
+Prints the status, the base frame, the merge limit in force and the time. Exit status: 0 success,
 1 a file, size or library failure, 2 a command-line error.
 )";
 }

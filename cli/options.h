@@ -38,6 +38,7 @@ struct CliOptions {
     int32_t camera_id = 0;
     int32_t threads = 0;  // 0: the library's choice
     int32_t jpeg_quality = 95;
+    int32_t png_level = tavio::kPngDefaultLevel;  // zlib level of a PNG output
     std::vector<std::pair<std::string, std::string>> props;
 };
 

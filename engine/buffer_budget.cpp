@@ -7,9 +7,11 @@
 // tav_sr2_Pipeline_bufferSize(...): logs the terms and returns trunc(tot * 1.1).
 // tav_sr2_getBufferSize(...): crop around the middle of the frame, then the engine record at the
 //   head of the buffer, the pipeline's share, and what the task system and the thread pool take
-//   from the pool when they start. The format is looked up only to be passed on:
-//   a format or an image count that tav_sr2_init refuses still gets a size here, so that the
-//   instance fails at the run and not at its own init.
+//   from the pool when they start. Frames of format 62 are converted at intake into pool images
+//   of format 48, one a slot, and held to the end of the run, so for that format the budget adds
+//   max_image_num such frames (block tags and alignment included) after the margin; the logged
+//   pipeline terms keep their form. A format or an image count that tav_sr2_init refuses still
+//   gets a size here, so that the instance fails at the run and not at its own init.
 #include "engine/buffer_budget.h"
 
 #include "engine/engine.h"
@@ -127,6 +129,14 @@ int64_t clipSize(const WorkSizes& s) {
     return 3 * sizeOf(s.ow, s.oh, TAV_SR2_FMT_UINT16) / 2 + resize;
 }
 
+// Pool bytes of the frames that intake converts from format 62; nothing for other formats,
+// whose frames stay in the host's memory.
+int64_t convertedFramesSize(int32_t width, int32_t height, int32_t max_image_num, int32_t format) {
+    if (format != TAV_SR2_FMT_YUV10B_PACKED_LE_420S || max_image_num < 1) return 0;
+    const int64_t frame = sizeOf(width, height, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    return int64_t{max_image_num} * (frame + TAV_SR2_BUDGET_BLOCK_SLACK);
+}
+
 int32_t toLogInt(int64_t v) {
     return v > INT32_MAX ? INT32_MAX : static_cast<int32_t>(v);
 }
@@ -204,7 +214,6 @@ int32_t tav_sr2_Pipeline_bufferSize(int32_t clip_width, int32_t clip_height, int
 int32_t tav_sr2_getBufferSize(int32_t width, int32_t height, int32_t output_width,
                               int32_t output_height, int32_t max_image_num, int32_t merge_num,
                               const char* format_name, float zoom_ratio) {
-    (void)max_image_num;  // frames stay in the host's memory: slots cost nothing here
     const int32_t sizes[4] = {width, height, output_width, output_height};
     for (int32_t v : sizes)
         if (v < 1 || (v & 1) != 0) return 0;
@@ -216,9 +225,9 @@ int32_t tav_sr2_getBufferSize(int32_t width, int32_t height, int32_t output_widt
     tav_sr2_Rect crop;
     tav_sr2_WorkCrop_compute(width, height, output_width, output_height, zoom_ratio, width / 2,
                              height / 2, &crop);
+    const int32_t format = tav_sr2_ImageFormat_byName(format_name);
     const int32_t pipeline = tav_sr2_Pipeline_bufferSize(
-        crop.right - crop.left, crop.bottom - crop.top, merge_num,
-        tav_sr2_ImageFormat_byName(format_name),
+        crop.right - crop.left, crop.bottom - crop.top, merge_num, format,
         tav_sr2_isSuperZoom(width, height, output_width, output_height), &tuning);
     if (pipeline == 0) return 0;
 
@@ -226,6 +235,7 @@ int32_t tav_sr2_getBufferSize(int32_t width, int32_t height, int32_t output_widt
                           int64_t{tav_sr2_TaskSys_requiredSize()} +
                           int64_t{tav_sr2_ThreadPool_requiredSize(
                               TAV_SR2_ENGINE_POOL_THREADS, TAV_SR2_ENGINE_POOL_QUEUE,
-                              TAV_SR2_ENGINE_POOL_ARG_BYTES, TAV_SR2_ENGINE_POOL_JOBS)};
+                              TAV_SR2_ENGINE_POOL_ARG_BYTES, TAV_SR2_ENGINE_POOL_JOBS)} +
+                          convertedFramesSize(width, height, max_image_num, format);
     return total > INT32_MAX ? 0 : static_cast<int32_t>(total);
 }

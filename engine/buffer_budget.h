@@ -29,6 +29,8 @@ struct tav_sr2_BufferBudget {
 static const int64_t TAV_SR2_BUDGET_FIXED_BYTES = 103424;
 static const int64_t TAV_SR2_BUDGET_BYTES_PER_TEXTURE = 200;
 static const double TAV_SR2_BUDGET_MARGIN = 1.1;
+// A pool block's tags and its 16-byte alignment, for each plane of a frame held in the pool.
+static const int64_t TAV_SR2_BUDGET_BLOCK_SLACK = 64;
 // The thread pool as the engine starts it: threads, queue size, argument size, jobs.
 static const int32_t TAV_SR2_ENGINE_POOL_THREADS = 64;
 static const int32_t TAV_SR2_ENGINE_POOL_QUEUE = 64;

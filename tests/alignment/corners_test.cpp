@@ -221,6 +221,7 @@ TEST(Corners, FlatOrSmallImagesGiveNoCorners) {
     fillRandom(&narrow.img, 5);
     EXPECT_EQ(tav_sr2_CornerList_detect(&list, &narrow.img, 256, nullptr), TAV_OK);
     EXPECT_EQ(list.count, 0);
+#ifdef TAVRIN_FAULT_INJECTION
     // Out of memory for the map or the sort buffer is reported, nothing leaks.
     TestImage noisy(&heap.pool, 64, 64, TAV_SR2_FMT_UINT8);
     fillRandom(&noisy.img, 9);
@@ -231,6 +232,7 @@ TEST(Corners, FlatOrSmallImagesGiveNoCorners) {
         tav_sr2_MemPool_injectFailure(0, false);
         EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), before);
     }
+#endif
     tav_sr2_CornerList_finish(&list);
 }
 

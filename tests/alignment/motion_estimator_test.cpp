@@ -137,6 +137,7 @@ TEST(MotionEstimator, RegionAndScaleReachTheResult) {
     tav_sr2_MotionEstimator_finish(&e);
 }
 
+#ifdef TAVRIN_FAULT_INJECTION
 TEST(MotionEstimator, OutOfMemoryAnywhereLeavesNothingBehind) {
     Heap heap(8 << 20);
     const Texture texture(2);
@@ -177,6 +178,7 @@ TEST(MotionEstimator, OutOfMemoryAnywhereLeavesNothingBehind) {
         }
     }
 }
+#endif
 
 constexpr int32_t kFrames = 4;
 constexpr int32_t kWidth = 640, kHeight = 480;

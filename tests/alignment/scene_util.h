@@ -191,7 +191,7 @@ inline Field warpedField(const Plane& src, const tav_sr2_Trans2D& t, int32_t ox,
     out.width = w;
     out.height = h;
     out.v.resize((size_t)w * h);
-    int32_t dx, dy;
+    int32_t dx = 0, dy = 0;
     const bool copy = wholeShift(inv, &dx, &dy);
     for (int32_t y = 0; y < h; ++y) {
         double* row = &out.v[(size_t)y * w];

@@ -453,4 +453,54 @@ TEST_F(KeldApi, WholeRunWithSuperZoomFillsTheLargerOutput) {
     }
 }
 
+// Packed 10-bit frames: three samples a 32-bit word, luma then the Cb/Cr stream, rows padded
+// to 6 pixels. The engine converts each into its pool at intake, so a full burst must fit the
+// budget the instance allocated; the log would name an allocation failure otherwise.
+std::vector<uint8_t> packed10(const Frame& f) {
+    const int32_t pitch = (f.width + 5) / 6 * 8;
+    std::vector<uint8_t> bytes(size_t(pitch) * f.height * 3 / 2, 0);
+    const auto put = [&](size_t row_at, int32_t i, uint32_t v8) {
+        uint32_t word;
+        memcpy(&word, &bytes[row_at + size_t(i / 3) * 4], 4);
+        word |= (v8 << 2) << (10 * (i % 3));
+        memcpy(&bytes[row_at + size_t(i / 3) * 4], &word, 4);
+    };
+    const size_t luma = size_t(f.pitch) * f.height;
+    for (int32_t y = 0; y < f.height * 3 / 2; y++)
+        for (int32_t x = 0; x < f.width; x++)
+            put(size_t(y) * pitch, x,
+                y < f.height ? f.pixels[size_t(y) * f.pitch + x]
+                             : f.pixels[luma + size_t(y - f.height) * f.pitch + x]);
+    return bytes;
+}
+
+TEST_F(KeldApi, PackedTenBitBurstFitsItsBudget) {
+    setLogLevel("1");
+    const int32_t w = 2000, h = 1500, n = 8;  // a quarter of 4000 x 3000: the crop is the frame
+    tavrin_KELD_PublicInitParams p = params(w, h);
+    p.num_max_ev = n;
+    p.format = 62;
+    p.stride = (w + 5) / 6 * 8;
+    ASSERT_EQ(TavrinKELD_init(&handle_, &p), TAV_OK);
+    std::vector<std::vector<uint8_t>> packed;
+    for (int i = 0; i < n; i++)
+        packed.push_back(packed10(Frame::scene(w, h, i % 2, i / 4)));
+    for (int i = 0; i < n; i++) {
+        const tavrin_KELD_Image image = {
+            w,       h,        packed[i].data(), packed[i].data() + size_t(p.stride) * h,
+            nullptr, p.stride, p.stride,         0};
+        const tavrin_KELD_PublicMetaData meta = {400, 20000, i == 0};
+        ASSERT_EQ(TavrinKELD_addImage(&handle_, &image, &meta), TAV_OK);
+    }
+    Frame out(w, h, 0);
+    const tavrin_KELD_Image output = out.image();
+    testing::internal::CaptureStderr();
+    const uint64_t status = TavrinKELD_process(&handle_, &output, nullptr);
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(status, TAV_OK);
+    EXPECT_EQ(log, "") << log;
+    const Frame base = Frame::scene(w, h, 0, 0);
+    EXPECT_LT(meanAbsDiff(out.pixels, base.pixels, size_t(w) * h), 20.0);
+}
+
 }  // namespace

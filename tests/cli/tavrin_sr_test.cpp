@@ -254,7 +254,7 @@ TEST_F(TavrinSr, EveryOutputFormatHoldsTheFrameTheLibraryCopied) {
         args.insert(args.end(), bypass.begin(), bypass.end());
         const Outcome o = run(args);
         ASSERT_EQ(o.code, 0) << o.err;
-        for (const char* line : {"status: TAV_OK\n", "base frame: ", "merge count: ", "time: "})
+        for (const char* line : {"status: TAV_OK\n", "base frame: ", "merge limit: ", "time: "})
             EXPECT_NE(o.out.find(line), std::string::npos) << o.out;
         inputs.push_back(file(name));
     }

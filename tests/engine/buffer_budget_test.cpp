@@ -173,8 +173,14 @@ TEST(BufferBudgetTest, GetBufferSizeIsTheEngineThePipelineAndTheWorkers) {
     const tav_sr2_BufferBudget b = budgetOf({4000, 3000, 4000, 3000, 4.0f});
     const int64_t workers =
         int64_t{tav_sr2_TaskSys_requiredSize()} + tav_sr2_ThreadPool_requiredSize(64, 64, 64, 64);
-    EXPECT_EQ(tav_sr2_getBufferSize(4000, 3000, 4000, 3000, 8, 8, "NV21", 4.0f),
-              static_cast<int64_t>(sizeof(tav_sr2_Engine)) + b.pipeline_size + workers);
+    const int64_t engine = static_cast<int64_t>(sizeof(tav_sr2_Engine)) + b.pipeline_size + workers;
+    EXPECT_EQ(tav_sr2_getBufferSize(4000, 3000, 4000, 3000, 8, 8, "NV21", 4.0f), engine);
+    // Packed 10-bit frames are converted into the pool at intake: every slot holds one 8-bit
+    // frame of the full size, beyond the stages' terms.
+    const int64_t frame = tav_sr2_ImageFormat_query(4000, 3000, TAV_SR2_FMT_YUV420_SEMIPLANAR, 0) +
+                          TAV_SR2_BUDGET_BLOCK_SLACK;
+    EXPECT_EQ(tav_sr2_getBufferSize(4000, 3000, 4000, 3000, 8, 8, "YUV10B_PACKED_LE_420S", 4.0f),
+              engine + 8 * frame);
 }
 
 TEST(BufferBudgetTest, EveryTermIsLoggedUnderItsName) {

@@ -311,9 +311,27 @@ TEST(ImageIo, DepthChangeMatchesTheLibraryRuleAndParseSizeIsStrict) {
     EXPECT_TRUE(tavio::parseSize("640x480", &w, &h));
     EXPECT_EQ(w, 640);
     EXPECT_EQ(h, 480);
-    for (const char* bad :
-         {"640x", "x480", "0x5", "64x48x", "6a0x480", "-5x5", "640 x480", "", "99999999999x2"})
-        EXPECT_FALSE(tavio::parseSize(bad, &w, &h)) << bad;
+    EXPECT_EQ(tavio::sizeProblem("640x480"), "");
+    // A well-formed size that is too large is told as such, not as a malformed one.
+    const struct {
+        const char* text;
+        const char* problem;
+    } bad[] = {{"640x", "expected WxH"},
+               {"x480", "expected WxH"},
+               {"64x48x", "expected WxH"},
+               {"6a0x480", "expected WxH"},
+               {"-5x5", "expected WxH"},
+               {"640 x480", "expected WxH"},
+               {"", "expected WxH"},
+               {"0x5", "0 pixels"},
+               {"65536x2", "too large"},
+               {"100000x100000", "too large"},
+               {"99999999999999999999x2", "too large"}};
+    for (const auto& b : bad) {
+        EXPECT_FALSE(tavio::parseSize(b.text, &w, &h)) << b.text;
+        EXPECT_NE(tavio::sizeProblem(b.text).find(b.problem), std::string::npos) << b.text;
+    }
+    EXPECT_TRUE(tavio::parseSize("65535x1", &w, &h));
 }
 
 }  // namespace

@@ -122,7 +122,7 @@ bool readImage(const std::string& path, RgbImage* image, std::string* error) {
 }
 
 bool writeImage(const std::string& path, const RgbImage& image, std::string* error,
-                int32_t jpeg_quality) {
+                int32_t jpeg_quality, int32_t png_level) {
     const FileKind kind = fileKindOf(path);
     if (kind != FileKind::Png && kind != FileKind::Jpeg) {
         *error = path + ": the name must end in .png, .jpg or .jpeg";
@@ -131,7 +131,7 @@ bool writeImage(const std::string& path, const RgbImage& image, std::string* err
     return writeFileAtomic(
         path,
         [&](FILE* file, std::string* why) {
-            const bool ok = kind == FileKind::Png ? writePngFile(file, image, why)
+            const bool ok = kind == FileKind::Png ? writePngFile(file, image, why, png_level)
                                                   : writeJpegFile(file, image, jpeg_quality, why);
             if (!ok) *why = path + ": " + *why;
             return ok;
@@ -186,18 +186,49 @@ bool writeRaw(const std::string& path, const RawFrame& frame, std::string* error
         error);
 }
 
-bool parseSize(const std::string& text, int32_t* width, int32_t* height) {
+namespace {
+
+// "WxH" with both parts all digits; the values may still be out of range.
+bool splitSize(const std::string& text, std::string* w, std::string* h) {
     const size_t x = text.find('x');
     if (x == std::string::npos || x == 0 || x + 1 >= text.size()) return false;
     for (size_t i = 0; i < text.size(); ++i) {
         if (i != x && !std::isdigit(static_cast<unsigned char>(text[i]))) return false;
     }
-    const long w = strtol(text.substr(0, x).c_str(), nullptr, 10);
-    const long h = strtol(text.substr(x + 1).c_str(), nullptr, 10);
-    if (w < 1 || h < 1 || w > 65535 || h > 65535) return false;
+    *w = text.substr(0, x);
+    *h = text.substr(x + 1);
+    return true;
+}
+
+// Digits as a number, saturating above kMaxSide so that no length of text overflows.
+long sideOf(const std::string& digits) {
+    long v = 0;
+    for (char c : digits) {
+        v = v * 10 + (c - '0');
+        if (v > kMaxSide) return kMaxSide + 1;
+    }
+    return v;
+}
+
+}  // namespace
+
+bool parseSize(const std::string& text, int32_t* width, int32_t* height) {
+    std::string ws, hs;
+    if (!splitSize(text, &ws, &hs)) return false;
+    const long w = sideOf(ws), h = sideOf(hs);
+    if (w < 1 || h < 1 || w > kMaxSide || h > kMaxSide) return false;
     *width = static_cast<int32_t>(w);
     *height = static_cast<int32_t>(h);
     return true;
+}
+
+std::string sizeProblem(const std::string& text) {
+    std::string ws, hs;
+    if (!splitSize(text, &ws, &hs)) return "expected WxH";
+    if (sideOf(ws) < 1 || sideOf(hs) < 1) return "a side of 0 pixels";
+    if (sideOf(ws) > kMaxSide || sideOf(hs) > kMaxSide)
+        return "too large: each side must be at most " + std::to_string(kMaxSide) + " pixels";
+    return "";
 }
 
 }  // namespace tavio

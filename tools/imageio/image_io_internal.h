@@ -10,9 +10,29 @@
 namespace tavio {
 
 bool readPngFile(FILE* file, RgbImage* image, std::string* error);
-bool writePngFile(FILE* file, const RgbImage& image, std::string* error);
+// `level`: zlib's 0 (stored) to 9 (smallest, slowest).
+bool writePngFile(FILE* file, const RgbImage& image, std::string* error, int32_t level);
 bool readJpegFile(FILE* file, RgbImage* image, std::string* error);
 bool writeJpegFile(FILE* file, const RgbImage& image, int32_t quality, std::string* error);
+// An 8-bit (Nv12/Nv21) frame from a YCbCr JPEG. False with `refused` set, and nothing said in
+// `error`, for a JPEG of another colour space, which the RGB path reads instead.
+bool readJpegFrame(FILE* file, RawFormat format, RawFrame* frame, bool* refused,
+                   std::string* error);
+bool writeJpegFrame(FILE* file, const RawFrame& frame, int32_t quality, std::string* error);
+// An 8-bit frame from a non-interlaced PNG of 8 bits a sample, a pair of rows at a time.
+// False with `refused` set, and nothing said in `error`, for other PNGs.
+bool readPngFrame(FILE* file, RawFormat format, RawFrame* frame, bool* refused, std::string* error);
+bool writePngFrame(FILE* file, const RawFrame& frame, int32_t level, std::string* error);
+
+// The integer rows of frame_files.cpp. newFrame: a frame of the layout's size. rgbRowPairToFrame:
+// RGB rows y and y + 1 (`bottom` may repeat `top` at an odd height) into luma rows y, y + 1 and
+// chroma row y / 2 of an 8-bit frame. frameRowToRgb: row y of an 8-bit frame into RGB; `u` and
+// `v` are scratch of chromaWidth(width) entries.
+RawFrame newFrame(int32_t width, int32_t height, RawFormat format);
+template <typename Sample>
+void rgbRowPairToFrame(const Sample* top, const Sample* bottom, int32_t y, RawFrame* frame);
+void frameRowToRgb(const RawFrame& frame, int32_t y, int32_t* u, int32_t* v, uint8_t* rgb);
+
 // "WHAT PATH: strerror(errno)".
 std::string systemError(const std::string& what, const std::string& path);
 

@@ -2,6 +2,11 @@
 //
 // readJpegFile: greyscale or colour (YCbCr or RGB) JPEG into 8-bit RGB; CMYK is refused.
 // writeJpegFile: 8-bit RGB at the given quality, 4:2:0; 16-bit samples are rounded to 8 bits.
+// readJpegFrame: a YCbCr JPEG straight into an 8-bit Nv12/Nv21 frame, without the RGB round
+//   trip: luma as stored, chroma the rounded mean of each 2 x 2 block of the decoder's
+//   unsmoothed chroma, which for the usual 4:2:0 file is the file's own chroma samples.
+// writeJpegFrame: an 8-bit frame as YCbCr; the encoder's 2 x 2 averaging of the replicated
+//   chroma gives back the frame's own samples.
 // libjpeg ends a failed call by its error_exit handler, which here longjmps back into
 // guardedRun; the step functions own nothing that needs a destructor.
 #include <setjmp.h>
@@ -9,6 +14,8 @@
 
 // jpeglib.h needs FILE and size_t declared first.
 #include <jpeglib.h>
+
+#include <algorithm>
 
 #include "tools/imageio/image_io_internal.h"
 
@@ -30,6 +37,12 @@ struct JpegGuard {
 }
 
 void onJpegMessage(j_common_ptr, int) {}
+
+void installGuard(j_common_ptr info, JpegGuard* guard) {
+    info->err = jpeg_std_error(&guard->manager);
+    guard->manager.error_exit = onJpegError;
+    guard->manager.emit_message = onJpegMessage;
+}
 
 struct ReadJob {
     jpeg_decompress_struct* info;
@@ -94,14 +107,111 @@ void writeAll(WriteJob* job) {
     jpeg_finish_compress(job->info);
 }
 
+struct FrameReadJob {
+    jpeg_decompress_struct* info;
+    FILE* file;
+    RawFrame* frame;
+    std::vector<uint8_t>* rows;  // two decoded YCbCr rows
+    bool refused;
+};
+
+void frameHeader(FrameReadJob* job) {
+    jpeg_decompress_struct* info = job->info;
+    jpeg_stdio_src(info, job->file);
+    jpeg_read_header(info, TRUE);
+    if (info->jpeg_color_space != JCS_YCbCr ||
+        int64_t{info->image_width} * info->image_height > kMaxPixels) {
+        job->refused = true;
+        return;
+    }
+    info->out_color_space = JCS_YCbCr;
+    info->do_fancy_upsampling = FALSE;
+    jpeg_start_decompress(info);
+    *job->frame = newFrame(static_cast<int32_t>(info->output_width),
+                           static_cast<int32_t>(info->output_height), job->frame->format);
+    job->rows->resize(static_cast<size_t>(job->frame->width) * 6);
+}
+
+// Rows y and y + 1 of YCbCr (the second repeats the first at an odd height) into the frame.
+void putRowPair(const uint8_t* top, const uint8_t* bottom, int32_t y, RawFrame* f) {
+    const int32_t w = f->width;
+    uint8_t* l0 = f->plane0() + int64_t{y} * f->layout.pitch0;
+    uint8_t* l1 = l0 + f->layout.pitch0;
+    for (int32_t x = 0; x < w; ++x) {
+        l0[x] = top[3 * x];
+        l1[x] = bottom[3 * x];
+    }
+    if (f->layout.pitch0 > w) {
+        l0[w] = l0[w - 1];
+        l1[w] = l1[w - 1];
+    }
+    const int32_t iu = f->format == RawFormat::Nv21 ? 1 : 0;
+    uint8_t* c = f->plane1() + int64_t{y / 2} * f->layout.pitch1;
+    for (int32_t j = 0; 2 * j < w; ++j) {
+        const int32_t a = 6 * j, b = 3 * std::min(2 * j + 1, w - 1);
+        const int32_t cb = top[a + 1] + top[b + 1] + bottom[a + 1] + bottom[b + 1];
+        const int32_t cr = top[a + 2] + top[b + 2] + bottom[a + 2] + bottom[b + 2];
+        c[2 * j + iu] = static_cast<uint8_t>((cb + 2) >> 2);
+        c[2 * j + 1 - iu] = static_cast<uint8_t>((cr + 2) >> 2);
+    }
+}
+
+void framePixels(FrameReadJob* job) {
+    jpeg_decompress_struct* info = job->info;
+    const int32_t h = job->frame->height;
+    const size_t stride = static_cast<size_t>(job->frame->width) * 3;
+    uint8_t* top = job->rows->data();
+    for (int32_t y = 0; y < h; y += 2) {
+        for (int32_t k = 0; k < 2 && y + k < h; ++k) {
+            JSAMPROW row = top + k * stride;
+            jpeg_read_scanlines(info, &row, 1);
+        }
+        putRowPair(top, y + 1 < h ? top + stride : top, y, job->frame);
+    }
+    jpeg_finish_decompress(info);
+}
+
+struct FrameWriteJob {
+    jpeg_compress_struct* info;
+    FILE* file;
+    const RawFrame* frame;
+    std::vector<uint8_t>* row;
+    int32_t quality;
+};
+
+void frameWriteAll(FrameWriteJob* job) {
+    const RawFrame& f = *job->frame;
+    jpeg_compress_struct* info = job->info;
+    jpeg_stdio_dest(info, job->file);
+    info->image_width = static_cast<JDIMENSION>(f.width);
+    info->image_height = static_cast<JDIMENSION>(f.height);
+    info->input_components = 3;
+    info->in_color_space = JCS_YCbCr;
+    jpeg_set_defaults(info);
+    jpeg_set_quality(info, job->quality, TRUE);
+    jpeg_start_compress(info, TRUE);
+    const int32_t iu = f.format == RawFormat::Nv21 ? 1 : 0;
+    JSAMPROW out = job->row->data();
+    while (info->next_scanline < info->image_height) {
+        const int32_t y = static_cast<int32_t>(info->next_scanline);
+        const uint8_t* luma = f.plane0() + int64_t{y} * f.layout.pitch0;
+        const uint8_t* chroma = f.plane1() + int64_t{y / 2} * f.layout.pitch1;
+        for (int32_t x = 0; x < f.width; ++x) {
+            out[3 * x] = luma[x];
+            out[3 * x + 1] = chroma[(x & ~1) + iu];
+            out[3 * x + 2] = chroma[(x & ~1) + 1 - iu];
+        }
+        jpeg_write_scanlines(info, &out, 1);
+    }
+    jpeg_finish_compress(info);
+}
+
 }  // namespace
 
 bool readJpegFile(FILE* file, RgbImage* image, std::string* error) {
     JpegGuard guard{};
     jpeg_decompress_struct info{};
-    info.err = jpeg_std_error(&guard.manager);
-    guard.manager.error_exit = onJpegError;
-    guard.manager.emit_message = onJpegMessage;
+    installGuard(reinterpret_cast<j_common_ptr>(&info), &guard);
     jpeg_create_decompress(&info);
     RgbImage out;
     std::vector<uint8_t> bytes;
@@ -134,12 +244,43 @@ bool writeJpegFile(FILE* file, const RgbImage& image, int32_t quality, std::stri
     }
     JpegGuard guard{};
     jpeg_compress_struct info{};
-    info.err = jpeg_std_error(&guard.manager);
-    guard.manager.error_exit = onJpegError;
-    guard.manager.emit_message = onJpegMessage;
+    installGuard(reinterpret_cast<j_common_ptr>(&info), &guard);
     jpeg_create_compress(&info);
     WriteJob job{&info, file, &bytes, image.width, image.height, quality};
     const bool ok = guardedRun(&guard, writeAll, &job);
+    jpeg_destroy_compress(&info);
+    if (!ok) *error = std::string("JPEG writer failed: ") + guard.message;
+    return ok;
+}
+
+bool readJpegFrame(FILE* file, RawFormat format, RawFrame* frame, bool* refused,
+                   std::string* error) {
+    JpegGuard guard{};
+    jpeg_decompress_struct info{};
+    installGuard(reinterpret_cast<j_common_ptr>(&info), &guard);
+    jpeg_create_decompress(&info);
+    RawFrame out;
+    out.format = format;
+    std::vector<uint8_t> rows;
+    FrameReadJob job{&info, file, &out, &rows, false};
+    bool ok = guardedRun(&guard, frameHeader, &job);
+    if (ok && !job.refused) ok = guardedRun(&guard, framePixels, &job);
+    jpeg_destroy_decompress(&info);
+    *refused = job.refused;
+    if (!ok) *error = std::string("bad JPEG file: ") + guard.message;
+    if (!ok || job.refused) return false;
+    *frame = std::move(out);
+    return true;
+}
+
+bool writeJpegFrame(FILE* file, const RawFrame& frame, int32_t quality, std::string* error) {
+    JpegGuard guard{};
+    jpeg_compress_struct info{};
+    installGuard(reinterpret_cast<j_common_ptr>(&info), &guard);
+    jpeg_create_compress(&info);
+    std::vector<uint8_t> row(static_cast<size_t>(frame.width) * 3);
+    FrameWriteJob job{&info, file, &frame, &row, quality};
+    const bool ok = guardedRun(&guard, frameWriteAll, &job);
     jpeg_destroy_compress(&info);
     if (!ok) *error = std::string("JPEG writer failed: ") + guard.message;
     return ok;

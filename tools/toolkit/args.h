@@ -21,6 +21,9 @@ struct ArgSpec {
     const char* what;  // the value's form, for messages
     std::function<bool(const std::string& value)> handle;
     char short_name = 0;  // a one-letter alias of a long name: 'o' lets -o stand for --output
+    // Why a rejected value is bad, where "expected <what>" would mislead (a well-formed size that
+    // is too large); empty text falls back to "expected <what>".
+    std::function<std::string(const std::string& value)> explain = nullptr;
 };
 
 // Whole-text numbers in lo..hi; `out` is left alone on failure.
@@ -110,7 +113,9 @@ inline bool parseArgs(int argc, char** argv, const std::vector<ArgSpec>& specs,
             value = argv[++i];
         }
         if (!spec->handle(value)) {
-            *error = option + ": bad value '" + value + "'; expected " + spec->what;
+            const std::string why = spec->explain ? spec->explain(value) : std::string();
+            *error = option + ": bad value '" + value + "'; " +
+                     (why.empty() ? "expected " + std::string(spec->what) : why);
             return false;
         }
     }
