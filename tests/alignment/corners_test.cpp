@@ -107,26 +107,6 @@ void fillPattern(tav_sr2_Image* img, int32_t kind) {
     }
 }
 
-TEST(Corners, GridRules) {
-    tav_sr2_CornerGrid g;
-    ASSERT_TRUE(tav_sr2_CornerList_grid(1000, 750, 256, &g));
-    EXPECT_EQ(g.cell, 54);  // isqrt(2929)
-    EXPECT_EQ(g.step, 8);
-    EXPECT_EQ(g.map_width, 125);
-    EXPECT_EQ(g.map_height, 94);
-    EXPECT_EQ(g.i0, 1);
-    EXPECT_EQ(g.i1, 124);
-    ASSERT_TRUE(tav_sr2_CornerList_grid(200, 200, 256, &g));  // a = 12
-    EXPECT_EQ(g.cell, 12);
-    EXPECT_EQ(g.step, 3);
-    ASSERT_TRUE(tav_sr2_CornerList_grid(30, 30, 256, &g));  // a = 1: cell 4, a counts below 9
-    EXPECT_EQ(g.cell, 4);
-    EXPECT_EQ(g.step, 2);
-    EXPECT_EQ(g.i0, 2);
-    EXPECT_FALSE(tav_sr2_CornerList_grid(23, 750, 256, &g));
-    EXPECT_FALSE(tav_sr2_CornerList_grid(1000, 750, 0, &g));
-}
-
 TEST(Corners, ResponseMapMatchesReference) {
     Heap heap(16 << 20);
     Workers workers(&heap.pool, 16);  // 16 workers: the map goes out in 16 jobs

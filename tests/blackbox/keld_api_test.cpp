@@ -174,85 +174,12 @@ TEST_F(KeldApi, EveryFormatCodeInitsOrFailsCleanly) {
     }
 }
 
-TEST_F(KeldApi, SdkVersionLineAndPrintedRecordFollowTheProperties) {
-    setLogLevel("2");
-    keld_test_setProperty("debug.tavrin.keld.core_num", "12");
-    keld_test_setProperty("debug.tavrin.keld.core_mask", "255");
-    tavrin_KELD_PublicInitParams p = params();
-    p.affinity_mask = 100;                             // not taken: the property decides
-    ASSERT_EQ(TavrinKELD_init(&handle_, &p), TAV_OK);  // sets the shared level to 2
-    ASSERT_EQ(TavrinKELD_uninit(&handle_), TAV_OK);
-
-    const struct {
-        const char* core_num;
-        const char* core_mask;
-        uint32_t host_mask;
-        const char* expected;
-    } cases[] = {
-        {"", "", 0, "num_cores = 8, affinity_mask = 240"},
-        {"", "", 100, "num_cores = 8, affinity_mask = 240"},
-        {"", "", 192, "num_cores = 8, affinity_mask = 192"},
-        {"", "", 255, "num_cores = 8, affinity_mask = 255"},
-        {"1", "1", 192, "num_cores = 1, affinity_mask = 1"},
-        {"13", "256", 192, "num_cores = 8, affinity_mask = 192"},
-        {"0", "0", 240, "num_cores = 8, affinity_mask = 240"},
-    };
-    for (const auto& c : cases) {
-        keld_test_setProperty("debug.tavrin.keld.core_num", c.core_num);
-        keld_test_setProperty("debug.tavrin.keld.core_mask", c.core_mask);
-        p.affinity_mask = c.host_mask;
-        testing::internal::CaptureStderr();
-        ASSERT_EQ(TavrinKELD_init(&handle_, &p), TAV_OK);
-        const std::string log = testing::internal::GetCapturedStderr();
-        EXPECT_TRUE(contains(log,
-                             "D/TAVRIN: SDK Version: Tavrin KELD Ver.1.3.2 For Brumel "
-                             "2025-08-11 Official\nD/TAVRIN: TavrinKELD_internal_init E\n"))
-            << log;
-        EXPECT_TRUE(contains(log, std::string("D/TAVRIN: ") + c.expected + "\n"))
-            << c.expected << "\n"
-            << log;
-        ASSERT_EQ(TavrinKELD_uninit(&handle_), TAV_OK);
-    }
-}
-
 // The zoom the instance derived, as the tuning look-up logs it.
 std::string lookUpLine(const std::string& log) {
     const std::string key = "D/TAVRIN: camera_id = ";
     const size_t at = log.find(key);
     if (at == std::string::npos) return "";
     return log.substr(at, log.find('\n', at) - at);
-}
-
-TEST_F(KeldApi, ZoomIsDerivedFromSizesRectAndRatio) {
-    const std::string cfg = writeParamsFile();
-    const struct {
-        int32_t out_w, out_h;
-        float zoom;
-        int32_t rect[4];
-        const char* expected;
-    } cases[] = {
-        {640, 480, 0.0f, {0, 0, 0, 0}, "zoom_ratio = 0.000000, super_zoom_ratio = 2.000000"},
-        {320, 240, 0.0f, {0, 0, 0, 0}, "zoom_ratio = 1.000000, super_zoom_ratio = 0.000000"},
-        {320, 240, 0.0f, {80, 60, 240, 180}, "zoom_ratio = 2.000000, super_zoom_ratio = 0.000000"},
-        {400, 480, 1.5f, {5, 5, 5, 5}, "zoom_ratio = 0.000000, super_zoom_ratio = 2.000000"},
-    };
-    for (const auto& c : cases) {
-        setLogLevel("2");
-        tavrin_KELD_PublicInitParams p = params();
-        p.output_width = c.out_w;
-        p.output_height = c.out_h;
-        p.zoom_ratio = c.zoom;
-        memcpy(p.zoom_rect, c.rect, sizeof p.zoom_rect);
-        p.params_cfg_file = cfg.c_str();
-        ASSERT_EQ(TavrinKELD_init(&handle_, &p), TAV_OK);
-        const tavrin_KELD_PublicMetaData meta = {800, 0, 0};
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(TavrinKELD_setParamsByCfgFile(&handle_, &meta), TAV_OK);
-        const std::string line = lookUpLine(testing::internal::GetCapturedStderr());
-        EXPECT_EQ(line, std::string("D/TAVRIN: camera_id = 0, meta_data.iso = 800, ") + c.expected)
-            << c.out_w << "x" << c.out_h << " zoom " << c.zoom;
-        ASSERT_EQ(TavrinKELD_uninit(&handle_), TAV_OK);
-    }
 }
 
 TEST_F(KeldApi, SetParamsChecksItsArguments) {
@@ -271,46 +198,6 @@ TEST_F(KeldApi, SetParamsChecksItsArguments) {
     EXPECT_EQ(TavrinKELD_setParamsByCfgFile(&handle_, &good), TAV_ERROR_PARAM);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "E/TAVRIN: params_cfg_file is NULL, please check it in init params.\n");
-}
-
-TEST_F(KeldApi, FacesCountOnlyWhenKept) {
-    setLogLevel("2");
-    tavrin_KELD_PublicInitParams p = params();
-    p.zoom_rect[0] = 100;
-    p.zoom_rect[1] = 50;
-    p.zoom_rect[2] = 200;
-    p.zoom_rect[3] = 150;
-    ASSERT_EQ(TavrinKELD_init(&handle_, &p), TAV_OK);
-
-    const tavrin_KELD_Rect empty = {10, 10, 10, 20};
-    const tavrin_KELD_Rect flipped = {10, 20, 20, 10};
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_addFaceRect(&handle_, &empty), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_addFaceRect(&handle_, &flipped), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_addFaceRect(&handle_, nullptr), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_addFaceRect(nullptr, &empty), TAV_ERROR_PARAM);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-
-    // 40 wide: 8 may stick out. 8 is kept, 9 is not (truncated 1.0).
-    const tavrin_KELD_Rect on_limit = {92, 60, 132, 100};
-    const tavrin_KELD_Rect beyond = {91, 60, 131, 100};
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_addFaceRect(&handle_, &beyond), TAV_OK);
-    EXPECT_EQ(TavrinKELD_addFaceRect(&handle_, &on_limit), TAV_OK);
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(log,
-              "D/TAVRIN: Unvalid face info[91, 60, 131, 100], Zoom rect info [100, 50, 200, 150], "
-              "ratio : 0.200000\n"
-              "D/TAVRIN: face_rect = {92, 60, 132, 100}\n");
-    // Ignored faces do not use up the five places.
-    for (int i = 0; i < 3; i++)
-        EXPECT_EQ(TavrinKELD_addFaceRect(&handle_, &beyond), TAV_OK);
-    for (int i = 0; i < 4; i++)
-        EXPECT_EQ(TavrinKELD_addFaceRect(&handle_, &on_limit), TAV_OK);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_addFaceRect(&handle_, &on_limit), TAV_ERROR_PARAM);
-    log = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(contains(log, ":TavrinKELD_internal_addFaceRect(): Error params\n")) << log;
 }
 
 TEST_F(KeldApi, AddImageAndProcessCheckTheirArguments) {
@@ -349,30 +236,6 @@ TEST_F(KeldApi, BypassCopiesTheFirstFrame) {
     output = again.image();
     EXPECT_EQ(TavrinKELD_process(&handle_, &output, nullptr), TAV_OK);
     EXPECT_EQ(again.pixels, first.pixels);
-}
-
-TEST_F(KeldApi, DebugMarksAreDrawnOnTheOutput) {
-    setLogLevel("2");
-    keld_test_setProperty("debug.tavrin.keld.draw_logo", "1");
-    keld_test_setProperty("debug.tavrin.keld.draw_face", "1");
-    tavrin_KELD_PublicInitParams p = params();
-    p.num_max_ev = 11;  // the engine refuses: only the marks change the output
-    ASSERT_EQ(TavrinKELD_init(&handle_, &p), TAV_OK);
-    const tavrin_KELD_Rect face = {40, 30, 100, 90};
-    ASSERT_EQ(TavrinKELD_addFaceRect(&handle_, &face), TAV_OK);
-    Frame frame(320, 240, 0);
-    ASSERT_EQ(addFrame(&frame, 100, 10), TAV_OK);
-    Frame out(320, 240, 100);
-    const tavrin_KELD_Image output = out.image();
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_process(&handle_, &output, nullptr), TAV_OK);
-    const std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(contains(log,
-                         "D/TAVRIN: Draw Logo To Output Image\n"
-                         "D/TAVRIN: Draw Face Rect To Output Image\n"))
-        << log;
-    EXPECT_EQ(out.pixels[30 * 320 + 40], 0);                                     // face frame
-    EXPECT_EQ(out.pixels[(240 - 9) * 320 + 320 - 9], 255 - ((255 - 100) >> 2));  // logo corner
 }
 
 // ---------------------------------------------------------------------------------------------

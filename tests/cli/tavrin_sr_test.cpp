@@ -145,17 +145,6 @@ protected:
     std::string dir_;
 };
 
-TEST_F(TavrinSr, HelpAndVersion) {
-    Outcome o = run({"--help"});
-    EXPECT_EQ(o.code, 0);
-    EXPECT_EQ(o.out.rfind("Usage: tavrin-sr", 0), 0u);
-    EXPECT_TRUE(o.err.empty());
-    o = run({"--version"});
-    EXPECT_EQ(o.code, 0);
-    EXPECT_EQ(o.out.rfind("Tavrin KELD Ver.", 0), 0u) << o.out;
-    EXPECT_EQ(lineCount(o.out), 1);
-}
-
 TEST_F(TavrinSr, CommandLineErrorsExitTwoWithOneLineNamingTheProblem) {
     const std::string f0 = writeFrame("a.png", scene(64, 48, 0, 0));
     const std::string f1 = writeFrame("b.png", scene(64, 48, 1, 0));

@@ -183,27 +183,4 @@ TEST(BufferBudgetTest, GetBufferSizeIsTheEngineThePipelineAndTheWorkers) {
               engine + 8 * frame);
 }
 
-TEST(BufferBudgetTest, EveryTermIsLoggedUnderItsName) {
-    EngineLogCapture capture;
-    const tav_sr2_BufferBudget b = budgetOf({4000, 3000, 8000, 6000, 2.0f});
-    sr_tunning_param t = {};
-    tav_sr2_setRunTuning(&t, 4000, 3000, 8000, 6000, 2.0f);
-    const int32_t size = tav_sr2_Pipeline_bufferSize(4000, 3000, 8, 48, 1, &t);
-    EXPECT_EQ(size, b.pipeline_size);
-    const std::vector<std::string> expected = {
-        "init size = " + std::to_string(b.init_size) + "\n",
-        "align_size = " + std::to_string(b.align_size) + "\n",
-        "merge_size = " + std::to_string(b.merge_size) + "\n",
-        "nr_size = " + std::to_string(b.nr_size) + "\n",
-        "gf_size = " + std::to_string(b.gf_size) + "\n",
-        "unsharp_size = " + std::to_string(b.unsharp_size) + "\n",
-        "enhance_size = " + std::to_string(b.enhance_size) + "\n",
-        "lc_size = " + std::to_string(b.lc_size) + "\n",
-        "clip_size = " + std::to_string(b.clip_size) + "\n",
-        "local_size = " + std::to_string(b.local_size) + "\n",
-        "tot size = " + std::to_string(b.tot_size) + "\n",
-    };
-    EXPECT_EQ(EngineLogCapture::lines(), expected);
-}
-
 }  // namespace

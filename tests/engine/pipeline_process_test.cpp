@@ -332,57 +332,6 @@ TEST(PipelineProcess, TimeChecksFollowTheStagesThatRan) {
     EXPECT_EQ(tav_sr2_Stopwatch_finish(&self->run_timer), TAV_OK);
 }
 
-TEST(PipelineProcess, LogLinesFollowTheTuning) {
-    const Scene scene = tav_run::proceduralScene(kW, kH);
-    struct Case {
-        const char* what;
-        SmallRun run;
-        std::vector<std::string> expected;
-    };
-    SmallRun late_dark_light;  // dark_light_nr after the enhancement, its own line
-    SmallRun early_dark_light;
-    early_dark_light.tune = [](tav_sr2_SrParams* p) {
-        p->light_enable = 1;
-        p->y_nr_times = 0;  // the stage is empty but still logs, and stage 11 is not reached
-    };
-    SmallRun super_zoom;
-    super_zoom.out_width = 2 * kW;
-    super_zoom.out_height = 2 * kH;
-    const std::vector<std::string> head = {"sr process begin...\n",
-                                           "sr process 1 init image: finish...\n",
-                                           "sr process 2 merge images: finish...\n"};
-    const std::vector<std::string> middle = {"sr process 4 : finish...\n",
-                                             "sr process 5 finish...\n", "sr process 6 finish...\n",
-                                             "sr process 8 finish...\n"};
-    const std::vector<std::string> tail = {"sr process 11 finish...\n", "sr process end...\n"};
-    auto join = [](std::initializer_list<std::vector<std::string>> parts) {
-        std::vector<std::string> all;
-        for (const auto& p : parts)
-            all.insert(all.end(), p.begin(), p.end());
-        return all;
-    };
-    const Case cases[] = {
-        {"late dark-light NR", late_dark_light,
-         join({head, middle, {"sr process 10 finish...\n"}, tail})},
-        {"early dark-light NR", early_dark_light,
-         join({head,
-               {"dark_light_nr_enable: sr process 3 dark_light_nr: finish...\n"},
-               middle,
-               tail})},
-        {"super zoom", super_zoom,
-         join({head,
-               middle,
-               {"sr process 10 finish...\n", "super zoom mode dither finish...\n"},
-               tail})},
-    };
-    for (const Case& c : cases) {
-        RunLog log;
-        HostOutput out(c.run.out_width, c.run.out_height, TAV_SR2_FMT_YUV420_SEMIPLANAR);
-        EXPECT_EQ(c.run.run(scene, &out), TAV_OK) << c.what;
-        EXPECT_EQ(RunLog::progress(), c.expected) << c.what;
-    }
-}
-
 // The ghost weight of a difference j: full up to the offset, then a logistic fall.
 std::vector<uint8_t> referenceWeights(double slope, double offset) {
     std::vector<uint8_t> table(256);

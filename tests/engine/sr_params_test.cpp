@@ -2,33 +2,16 @@
 
 #include <gtest/gtest.h>
 #include <math.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 
 #include <limits>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "foundation/log.h"
 
 namespace {
-
-// Splits " name   (key)   = value\n" into its three parts; false when the line has another shape.
-bool splitPrintLine(const std::string& line, std::string* field, std::string* key,
-                    std::string* value) {
-    char f[64], k[64], v[64], end = 0;
-    int used = 0;
-    if (sscanf(line.c_str(), " %63[a-z0-9_] (%63[^)]) = %63[-0-9.]%c%n", f, k, v, &end, &used) !=
-            4 ||
-        end != '\n' || static_cast<size_t>(used) != line.size())
-        return false;
-    *field = f;
-    *key = k;
-    *value = v;
-    return true;
-}
 
 enum Kind { I32, F64, F32 };
 
@@ -178,17 +161,6 @@ bool sameOutside(const sr_tunning_param& a, const sr_tunning_param& b, size_t of
     return true;
 }
 
-TEST(SrParams, DefaultsLeaveTheConditionAndLumaEpsAlone) {
-    sr_tunning_param t;
-    memset(&t, 0xA5, sizeof t);
-    sr_tunning_param pattern = t;
-    tav_sr2_SrParams_setDefault(&t);
-    EXPECT_EQ(memcmp(&t.iso, &pattern.iso, sizeof t.iso), 0);
-    EXPECT_EQ(memcmp(&t.adrc_gain, &pattern.adrc_gain, sizeof t.adrc_gain), 0);
-    EXPECT_EQ(memcmp(&t.ynr_high_eps, &pattern.ynr_high_eps, sizeof t.ynr_high_eps), 0);
-    EXPECT_EQ(memcmp(&t.ynr_low_eps, &pattern.ynr_low_eps, sizeof t.ynr_low_eps), 0);
-}
-
 TEST(SrParams, EveryRowLimitsIntoItsOwnFieldAndReadsBack) {
     sr_tunning_param start = defaultTuning();
     start.use_16bit = 0;  // so that fast_enable above 1 changes nothing beyond its own field
@@ -323,166 +295,6 @@ TEST(SrParams, SuperZoomForcesTheAlignmentShrink) {
                 sameOutside(t, other, offsetof(sr_tunning_param, detectmotion_shrink_ratio), 4));
         }
     }
-}
-
-TEST(SrParams, GetSetGetSettlesAfterOneSet) {
-    const sr_tunning_param t0 = defaultTuning();
-    sr_tunning_param t1 = t0;
-    double y = 0;
-    tav_sr2_SrParams p1 = paramsOf(t0, 2.5);
-    tav_sr2_SrParams_apply(&p1, 0, &t1, &y);
-    EXPECT_EQ(y, 2.5);
-    // The defaults hold a hfe level with bit 128 and a window of 1: only these two move.
-    EXPECT_EQ(t1.hfe_level, 255);
-    EXPECT_EQ(t1.gf_window2, 9);
-    sr_tunning_param cmp = t1;
-    cmp.hfe_level = t0.hfe_level;
-    cmp.gf_window2 = t0.gf_window2;
-    EXPECT_EQ(memcmp(&cmp, &t0, sizeof cmp), 0);
-
-    const tav_sr2_SrParams p2 = paramsOf(t1, y);
-    sr_tunning_param t2 = t1;
-    tav_sr2_SrParams_apply(&p2, 0, &t2, &y);
-    EXPECT_EQ(memcmp(&t2, &t1, sizeof t1), 0);
-    const tav_sr2_SrParams p3 = paramsOf(t2, y);
-    EXPECT_EQ(memcmp(&p3, &p2, sizeof p2), 0);
-}
-
-// Log capture: the info sink of the engine logger is swapped for one that keeps each line.
-std::vector<std::string> g_lines;
-std::vector<std::string> g_tags;
-
-void captureSink(const char* tag, const char* fmt, va_list ap) {
-    char buf[512];
-    vsnprintf(buf, sizeof buf, fmt, ap);
-    g_lines.push_back(buf);
-    g_tags.push_back(tag);
-}
-
-std::vector<std::string> capturePrint(const sr_tunning_param& t, int32_t level) {
-    g_lines.clear();
-    g_tags.clear();
-    tav_sr2_Logger_enable();
-    tav_sr2_Logger_setLevel(level);
-    tav_sr2_logger->sink_i = captureSink;
-    tav_sr2_SrParams_print(&t);
-    tav_sr2_Logger_disable();
-    return g_lines;
-}
-
-// Fields that no file key reaches (and the frame choice) appear only in the second block.
-bool inSecondPrint(const std::string& field) {
-    for (const char* f :
-         {"keld_mode", "removebrightnessdiff_image_enable", "do_unsharp_rate_for_skin",
-          "sharpness_skip_ratio", "select_frame", "base_id"}) {
-        if (field == f) return true;
-    }
-    return false;
-}
-
-const Row* rowOfField(const std::string& field) {
-    for (const Row& r : kRows) {
-        if (field == r.field && r.dst != kEngineField) return &r;
-    }
-    return nullptr;
-}
-
-TEST(SrParams, PrintOutLabelsAndValues) {
-    // Distinct in-range values everywhere, so that a label on the wrong field shows.
-    sr_tunning_param t = defaultTuning();
-    tav_sr2_SrParams p = paramsOf(t, 0);
-    int n = 0;
-    for (const Row& r : kRows) {
-        ++n;
-        double v = r.copied ? n : (isinf(r.hi) ? n : r.lo + (r.hi - r.lo) * (n % 7 + 1) / 9.0);
-        writeAs(&p, r.src, r.src_kind, r.src_kind == I32 ? floor(v) : v);
-    }
-    p.hfe_level = 3;
-    p.y_nr_mode = 3;
-    p.c_nr_mode = 0;
-    double y;
-    tav_sr2_SrParams_apply(&p, 0, &t, &y);
-    t.adrc_gain = 1.75;
-
-    EXPECT_TRUE(capturePrint(t, 1).empty());  // info lines need level 2
-    const std::vector<std::string> lines = capturePrint(t, 2);
-    for (const std::string& tag : g_tags)
-        EXPECT_EQ(tag, "TAV_SR2_SR_CORE_ENGINE");
-    const std::string stars = std::string(36, '*') + "\n";
-    ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[0], stars);
-    EXPECT_EQ(lines[1], "****** print sr_tunning_param ****** \n");
-
-    char buf[128];
-    auto contains = [&](const std::string& line) {
-        for (const std::string& l : lines) {
-            if (l == line) return true;
-        }
-        return false;
-    };
-    snprintf(buf, sizeof buf, " dark_light_nr_enable  (light_enable)          = %d\n",
-             t.dark_light_nr_enable);
-    EXPECT_TRUE(contains(buf));
-    EXPECT_TRUE(contains(" hfe_level             (128 + hfe_level)       = 131\n"));
-    EXPECT_TRUE(contains(" gf_window2            (y_nr_mode:3,9,21,41)   = 41\n"));
-    EXPECT_TRUE(contains(" adrc_gain                         (adrc_gain) = 1.750000\n"));
-    snprintf(buf, sizeof buf, " dither_noise_level(grain_adder = 1.5 * adrc_gain) = %f\n",
-             t.dither_noise_level);
-    EXPECT_TRUE(contains(buf));
-
-    // The first block: every keyed field under its name and its file key, '=' in one column
-    // where the names fit.
-    size_t i = 2;
-    int tuned = 0;
-    for (; i < lines.size() && lines[i] != stars; ++i) {
-        if (lines[i].rfind(" adrc_gain ", 0) == 0 ||
-            lines[i].rfind(" dither_noise_level(", 0) == 0) {
-            continue;
-        }
-        std::string field, key, value;
-        ASSERT_TRUE(splitPrintLine(lines[i], &field, &key, &value)) << lines[i];
-        if (field.length() < 22 && key.length() < 22) {
-            EXPECT_EQ(lines[i].find('='), 47u) << lines[i];
-        }
-        const Row* r = rowOfField(field);
-        if (r) {
-            EXPECT_EQ(key, r->key);
-            EXPECT_FALSE(inSecondPrint(field)) << field;
-            EXPECT_NEAR(std::stod(value), readAs(&t, r->dst, r->dst_kind), 1e-6) << field;
-            ++tuned;
-        } else {
-            EXPECT_TRUE(field == "hfe_level" || field == "gf_window2" || field == "nr_uv_window")
-                << field;
-        }
-    }
-    int keyed = 0;
-    for (const Row& r : kRows)
-        keyed += r.dst != kEngineField && !inSecondPrint(r.field);
-    EXPECT_EQ(tuned, keyed - 1);  // the dither level has its own label
-    EXPECT_TRUE(contains(" nr_uv_window          (c_nr_mode:3,9,21,41)   = 3\n"));
-
-    ASSERT_LT(i + 1, lines.size());
-    EXPECT_EQ(lines[i + 1], "****** print sr_internal_param ****** \n");
-    // The internal fields, in this order.
-    std::istringstream names(
-        "zoom_ratio internal_zoom_ratio output_width output_height use_16bit keld_mode base_id "
-        "select_frame sharpness_skip_ratio eval_blur_sigma eval_blur_shrink_ratio "
-        "detectmotion_shrink_ratio deblur_noise_level do_unsharp_rate_for_skin "
-        "unsharp_4ghost_ratio nr_y_range nr_y_strength denoise_uv_strength gf_clip_eps2 "
-        "gf_clip_window2 large_move_ratio_thres removebrightnessdiff_image_enable");
-    size_t next = i + 2;
-    for (std::string name; names >> name; ++next) {
-        ASSERT_LT(next, lines.size());
-        EXPECT_EQ(lines[next].rfind("[param]" + name + " = ", 0), 0u) << lines[next];
-    }
-    EXPECT_EQ(next, lines.size());
-    EXPECT_TRUE(contains("[param]zoom_ratio = 1.000000\n"));
-    EXPECT_TRUE(contains("[param]output_width = -1\n"));
-    EXPECT_TRUE(contains("[param]deblur_noise_level = 5.000000\n"));
-    EXPECT_TRUE(contains("[param]nr_y_range = [1, 1, 1, 0]\n"));
-    EXPECT_TRUE(contains("[param]nr_y_strength = [-1.000000, -1.000000, -1.000000, 0.000000]\n"));
-    snprintf(buf, sizeof buf, "[param]base_id = %d\n", t.base_id);
-    EXPECT_TRUE(contains(buf));
 }
 
 }  // namespace

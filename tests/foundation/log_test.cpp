@@ -101,20 +101,6 @@ TEST_F(LoggerTest, GatesFollowTheLevel) {
     }
 }
 
-TEST_F(LoggerTest, EnableTwiceKeepsRecordAndLevel) {
-    tav_sr2_Logger_enable();
-    tav_sr2_Logger* first = tav_sr2_logger;
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(first->level, 0);
-    tav_sr2_Logger_setLevel(3);
-    tav_sr2_Logger_enable();
-    EXPECT_EQ(tav_sr2_logger, first);
-    EXPECT_EQ(tav_sr2_logger->level, 3);
-    tav_sr2_Logger_disable();
-    EXPECT_EQ(tav_sr2_logger, nullptr);
-    tav_sr2_Logger_disable();  // twice is harmless
-}
-
 #ifdef TAVRIN_FAULT_INJECTION
 TEST_F(LoggerTest, NoMemoryLeavesLoggingOff) {
     tav_sr2_Logger_failNextAlloc();
@@ -125,23 +111,6 @@ TEST_F(LoggerTest, NoMemoryLeavesLoggingOff) {
     EXPECT_EQ(tav_sr2_Logger_isEnabled(), 1);
 }
 #endif
-
-TEST_F(LoggerTest, DefaultSinksWriteAndroidLines) {
-    tav_sr2_Logger_enable();
-    tav_sr2_Logger_setLevel(4);
-    testing::internal::CaptureStderr();
-    tav_sr2_log_v("a%d", 1);
-    tav_sr2_log_d("b\n");
-    tav_sr2_log_i("c");
-    tav_sr2_log_w("d");
-    tav_sr2_logTag_e("X", "e %s", "f");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "V/TAV_SR2_SR_CORE_ENGINE: a1\n"
-              "D/TAV_SR2_SR_CORE_ENGINE: b\n"
-              "I/TAV_SR2_SR_CORE_ENGINE: c\n"
-              "W/TAV_SR2_SR_CORE_ENGINE: d\n"
-              "E/X: e f\n");
-}
 
 TEST(AndroidLogShim, LineFormatAndLongMessagesCut) {
     testing::internal::CaptureStderr();
@@ -171,51 +140,6 @@ std::string readAll(FILE* f) {
     while ((n = fread(buf, 1, sizeof buf, f)) > 0)
         text.append(buf, n);
     return text;
-}
-
-TEST(ConsoleLog, PrefixAndColourBytes) {
-    FILE* f = tmpfile();
-    ASSERT_NE(f, nullptr);
-    timeval tv = {};
-    tv.tv_sec = 1700000000 + 12345;
-    tv.tv_usec = 987654;
-    tm local = {};
-    time_t secs = tv.tv_sec;
-    localtime_r(&secs, &local);
-    char prefix[64];
-    snprintf(prefix, sizeof prefix, "[%02d-%02d %02d:%02d:%02d.987 %d ", local.tm_mon + 1,
-             local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, (int)gettid());
-    const std::string p = prefix;
-
-    writeConsole(f, &tv, 'D', "TAG", "n=%d", 5);
-    writeConsole(f, &tv, 'E', "TAG", "e");
-    writeConsole(f, &tv, 'I', "TAG", "i");
-    writeConsole(f, &tv, 'W', "TAG", "w");
-    writeConsole(f, &tv, 'V', "TAG", "v");
-    std::string expected = "\x1b[0m\x1b[30;36m" + p + "D|TAG] n=5\x1b[0m\n" +  //
-                           "\x1b[0m\x1b[30;31m" + p + "E|TAG] e\x1b[0m\n" +    //
-                           "\x1b[0m\x1b[30;32m" + p + "I|TAG] i\x1b[0m\n" +    //
-                           "\x1b[0m\x1b[30;33m" + p + "W|TAG] w\x1b[0m\n" +    //
-                           p + "V|TAG] v\x1b[0m\n";
-    EXPECT_EQ(readAll(f), expected);
-    fclose(f);
-}
-
-TEST(ConsoleLog, SinksFitTheLoggerAndUseTheChosenFile) {
-    FILE* f = tmpfile();
-    ASSERT_NE(f, nullptr);
-    tav_sr2_ConsoleLog_setFile(f);
-    tav_sr2_Logger_enable();
-    tav_sr2_logger->sink_e = tav_sr2_ConsoleLog_e;
-    tav_sr2_log_e("boom %d", 9);
-    tav_sr2_Logger_disable();
-    tav_sr2_ConsoleLog_setFile(nullptr);
-    std::string text = readAll(f);
-    fclose(f);
-    EXPECT_EQ(text.rfind("\x1b[0m\x1b[30;31m[", 0), 0u) << text;
-    std::string tail = " E|TAV_SR2_SR_CORE_ENGINE] boom 9\x1b[0m\n";
-    ASSERT_GE(text.size(), tail.size());
-    EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
 }
 
 }  // namespace

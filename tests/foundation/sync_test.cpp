@@ -18,70 +18,6 @@
 
 namespace {
 
-TEST(MutexTest, KindsStatusesAndEmptyRecords) {
-    TestPool tp(4096);
-    tav_sr2_Mutex m;
-    tav_sr2_Mutex_setEmpty(&m, &tp.pool);
-    EXPECT_EQ(tav_sr2_Mutex_lock(&m), TAV_ERROR_STATE);
-    EXPECT_EQ(tav_sr2_Mutex_tryLock(&m), TAV_ERROR_STATE);
-    EXPECT_EQ(tav_sr2_Mutex_unlock(&m), TAV_ERROR_STATE);
-    EXPECT_EQ(tav_sr2_Mutex_create(&m, &tp.pool, 7), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Mutex_lock(&m), TAV_ERROR_STATE);
-
-    // Kind 0 is recursive and owned: a second thread cannot take it, nor release it.
-    ASSERT_EQ(tav_sr2_Mutex_create(&m, &tp.pool, TAV_SR2_MUTEX_RECURSIVE), TAV_OK);
-    EXPECT_GT(tp.inUse(), 0u);
-    EXPECT_EQ(tav_sr2_Mutex_lock(&m), TAV_OK);
-    EXPECT_EQ(tav_sr2_Mutex_lock(&m), TAV_OK);
-    uint32_t other_try = 0, other_unlock = 0;
-    std::thread([&] { other_try = tav_sr2_Mutex_tryLock(&m); }).join();
-    EXPECT_EQ(other_try, TAV_ERROR_BUFFER);
-#ifndef __SANITIZE_THREAD__  // the thread sanitizer reports these misuses itself
-    std::thread([&] { other_unlock = tav_sr2_Mutex_unlock(&m); }).join();
-    EXPECT_EQ(other_unlock, TAV_ERROR_BUFFER);
-#endif
-    EXPECT_EQ(tav_sr2_Mutex_unlock(&m), TAV_OK);
-    EXPECT_EQ(tav_sr2_Mutex_unlock(&m), TAV_OK);
-#ifndef __SANITIZE_THREAD__
-    EXPECT_EQ(tav_sr2_Mutex_unlock(&m), TAV_ERROR_BUFFER);  // not held any more
-#endif
-    std::thread([&] {
-        other_try = tav_sr2_Mutex_tryLock(&m);
-        other_unlock = tav_sr2_Mutex_unlock(&m);
-    }).join();
-    EXPECT_EQ(other_try, TAV_OK);
-    EXPECT_EQ(other_unlock, TAV_OK);
-    EXPECT_EQ(tav_sr2_Mutex_destroy(&m), TAV_OK);
-    EXPECT_EQ(tav_sr2_Mutex_lock(&m), TAV_ERROR_STATE);
-
-    // Kind 1 lives in the record's word and takes no pool memory.
-    uint32_t before = tp.inUse();
-    ASSERT_EQ(tav_sr2_Mutex_create(&m, &tp.pool, TAV_SR2_MUTEX_SPIN), TAV_OK);
-    EXPECT_EQ(tp.inUse(), before);
-    EXPECT_EQ(tav_sr2_Mutex_tryLock(&m), TAV_OK);
-    EXPECT_EQ(tav_sr2_Mutex_tryLock(&m), TAV_ERROR_BUFFER);
-    EXPECT_EQ(tav_sr2_Mutex_unlock(&m), TAV_OK);
-    EXPECT_EQ(tav_sr2_Mutex_lock(&m), TAV_OK);
-    EXPECT_EQ(tav_sr2_Mutex_unlock(&m), TAV_OK);
-    EXPECT_EQ(tav_sr2_Mutex_destroy(&m), TAV_OK);
-    EXPECT_EQ(tp.inUse(), 0u);
-
-    TestPool tiny(64);  // room for no platform mutex
-    EXPECT_EQ(tav_sr2_Mutex_create(&m, &tiny.pool, TAV_SR2_MUTEX_RECURSIVE), TAV_ERROR_MALLOC);
-    EXPECT_EQ(tav_sr2_Mutex_lock(&m), TAV_ERROR_STATE);
-
-    // Records that were only zeroed, as an owner's _finish leaves them, answer the same.
-    tav_sr2_Mutex zero_m;
-    tav_sr2_Cond zero_c;
-    memset((void*)&zero_m, 0, sizeof(zero_m));
-    memset((void*)&zero_c, 0, sizeof(zero_c));
-    EXPECT_EQ(tav_sr2_Mutex_lock(&zero_m), TAV_ERROR_STATE);
-    EXPECT_EQ(tav_sr2_Mutex_tryLock(&zero_m), TAV_ERROR_STATE);
-    EXPECT_EQ(tav_sr2_Mutex_destroy(&zero_m), TAV_ERROR_STATE);
-    EXPECT_EQ(tav_sr2_Cond_timedWait(&zero_c, 1), TAV_ERROR_STATE);
-    EXPECT_EQ(tav_sr2_Cond_broadcast(&zero_c), TAV_ERROR_STATE);
-}
-
 TEST(MutexTest, BothKindsExcludeUnderContention) {
     TestPool tp(4096);
     for (int32_t kind : {TAV_SR2_MUTEX_RECURSIVE, TAV_SR2_MUTEX_SPIN}) {
@@ -189,37 +125,6 @@ uint32_t probeThread(void* arg) {
     sched_param param;
     pthread_getschedparam(pthread_self(), &p->policy, &param);
     return 0x1234;
-}
-
-TEST(ThreadTest, NamedThreadAndUnnamedFallback) {
-    TestPool tp(4096);
-    NameProbe probe;
-    tav_sr2_Thread* t = nullptr;
-    ASSERT_EQ(tav_sr2_Thread_create(&tp.pool, probeThread, &probe, &t), TAV_OK);
-    probe.go = 1;
-    uint32_t result = 0;
-    EXPECT_EQ(tav_sr2_Thread_join(t, &result), TAV_OK);
-    EXPECT_EQ(result, 0x1234u);
-    EXPECT_STREQ(probe.name, "TavSR");
-    EXPECT_EQ(probe.policy, SCHED_OTHER);
-    EXPECT_EQ(tp.inUse(), 0u);
-
-#ifdef TAVRIN_FAULT_INJECTION
-    NameProbe fallback;
-    tav_sr2_Thread_injectCreateFailure(1, 0);
-    ASSERT_EQ(tav_sr2_Thread_create(&tp.pool, probeThread, &fallback, &t), TAV_OK);
-    fallback.go = 1;
-    EXPECT_EQ(tav_sr2_Thread_join(t, &result), TAV_OK);
-    EXPECT_STRNE(fallback.name, "TavSR");
-    EXPECT_GT(strlen(fallback.name), 0u);  // the name it inherited
-
-    tav_sr2_Thread_injectCreateFailure(1, 1);
-    EXPECT_EQ(tav_sr2_Thread_create(&tp.pool, probeThread, &fallback, &t), TAV_ERROR_BUFFER);
-    EXPECT_EQ(t, nullptr);
-    EXPECT_EQ(tp.inUse(), 0u);
-#endif
-    TestPool tiny(64);  // one block of 24 bytes at most
-    EXPECT_EQ(tav_sr2_Thread_create(&tiny.pool, probeThread, &probe, &t), TAV_ERROR_MALLOC);
 }
 
 TEST(QueueTest, FifoBoundsAndTimeouts) {

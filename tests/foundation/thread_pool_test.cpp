@@ -160,53 +160,6 @@ TEST(ThreadPoolTest, FinishFreesCopiesOfJobsAStoppedSchedulerDropped) {
     EXPECT_EQ(b.pool.inUse(), 0u);
 }
 
-TEST(ThreadPoolTest, NullPoolRunsOnTheCaller) {
-    uint32_t value = 0x1234;
-    EXPECT_EQ(tav_sr2_ThreadPool_post(nullptr, returnsArgument, &value, 4), 0x1234u);
-    EXPECT_EQ(tav_sr2_ThreadPool_post(nullptr, nullptr, &value, 4), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_ThreadPool_join(nullptr), TAV_OK);
-    std::vector<int> seen(10, 0);
-    EXPECT_EQ(tav_sr2_ThreadPool_parallelFor(
-                  nullptr,
-                  [](void* arg, int32_t i) {
-                      (*(std::vector<int>*)arg)[i]++;
-                      return i == 3 ? 0x10u : 0u;
-                  },
-                  &seen, 10),
-              0x10u);
-    EXPECT_EQ(seen, std::vector<int>(10, 1));
-}
-
-// The engine's budget for the pool at 64, 64, 64, 64 holds a started bound pool with 64 posted
-// jobs of 64-byte arguments.
-TEST(ThreadPoolTest, RequiredSizeCoversTheBoundPool) {
-    EXPECT_EQ(tav_sr2_ThreadPool_requiredSize(0, 64, 64, 64), ~0u);
-    EXPECT_EQ(tav_sr2_ThreadPool_requiredSize(64, 0, 64, 64), ~0u);
-    EXPECT_EQ(tav_sr2_ThreadPool_requiredSize(64, 64, -1, 64), ~0u);
-    EXPECT_EQ(tav_sr2_ThreadPool_requiredSize(64, 64, 64, -1), ~0u);
-    uint32_t base = tav_sr2_ThreadPool_requiredSize(1, 1, 0, 0);
-    EXPECT_EQ(tav_sr2_ThreadPool_requiredSize(2, 1, 0, 0) - base, 48u);   // per thread
-    EXPECT_EQ(tav_sr2_ThreadPool_requiredSize(1, 2, 0, 0) - base, 32u);   // per queue slot
-    EXPECT_EQ(tav_sr2_ThreadPool_requiredSize(1, 1, 10, 3) - base, 78u);  // (arg + 16) per job
-
-    TestPool budget(tav_sr2_ThreadPool_requiredSize(64, 64, 64, 64) + 32);  // + region overhead
-    Bound b(2);
-    tav_sr2_ThreadPool& tp = b.tp;
-    tav_sr2_ThreadPool_init(&tp, &budget.pool);  // the pool's own memory comes from the budget
-    tp.task_sys = b.ts.get();
-    ASSERT_EQ(tav_sr2_ThreadPool_start(&tp, 64, 64), TAV_OK);
-    unsigned char arg[64] = {};
-    for (int i = 0; i < 64; ++i) {
-        ASSERT_EQ(tav_sr2_ThreadPool_post(
-                      &tp, [](void*) { return 0u; }, arg, 64),
-                  TAV_OK)
-            << i;
-    }
-    EXPECT_EQ(tav_sr2_ThreadPool_join(&tp), TAV_OK);
-    tav_sr2_ThreadPool_finish(&tp);
-    EXPECT_EQ(budget.inUse(), 0u);
-}
-
 // ---- own threads --------------------------------------------------------------------------------
 
 struct Own {

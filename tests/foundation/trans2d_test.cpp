@@ -207,26 +207,4 @@ TEST_F(Trans2DTest, FixedPointApplicationRounds) {
     EXPECT_EQ(oy, INT32_MAX);
 }
 
-TEST_F(Trans2DTest, IdentityAndNullArguments) {
-    tav_sr2_Trans2D t = randomHomography();
-    t.extra[2] = 1.0;
-    ASSERT_EQ(tav_sr2_Trans2D_identity(&t), TAV_OK);
-    for (int i = 0; i < 9; ++i)
-        EXPECT_EQ(t.m[i], i % 4 == 0 ? 1.0 : 0.0);
-    for (double e : t.extra)
-        EXPECT_EQ(e, 0.0);
-
-    double d;
-    int32_t q;
-    EXPECT_EQ(tav_sr2_Trans2D_identity(nullptr), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Trans2D_apply(nullptr, &d, &d, 0, 0), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Trans2D_apply(&t, nullptr, &d, 0, 0), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Trans2D_applyQ15(&t, &q, nullptr, 0, 0), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Trans2D_applyInt(nullptr, &q, &q, 0, 0), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Trans2D_multiply(&t, nullptr, &t), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Trans2D_invert(nullptr, &t), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Trans2D_normalize(&t, nullptr), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Trans2D_rescale(nullptr, &t, nullptr, 0, 1.0), TAV_ERROR_PARAM);
-}
-
 }  // namespace

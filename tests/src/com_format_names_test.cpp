@@ -36,18 +36,3 @@ TEST(ComFormatNames, HostCodesResolveThroughEngineNames) {
     EXPECT_EQ(tav_com_formatName(-1), nullptr);
     EXPECT_STREQ(tav_com_formatName(10), "RGBA8888");
 }
-
-TEST(ComFormatNames, HostOnlyRowsAreSpelledAsTheHostHasThem) {
-    const char* bayer[4] = {"RGGB", "GRBG", "GBRG", "BGGR"};
-    for (int k = 0; k < 4; k++) {
-        EXPECT_EQ(std::string(tav_com_format_names[76 + k]),
-                  std::string("BAYER10_M8L2PACKED_LE_") + bayer[k]);
-        EXPECT_EQ(std::string(tav_com_format_names[84 + k]),
-                  std::string("BAYER12_M8L4PACKED_") + bayer[k]);
-        EXPECT_EQ(std::string(tav_com_format_names[88 + k]),
-                  std::string("BAYER14_UNPACKED_") + bayer[k]);
-        EXPECT_EQ(std::string(tav_com_format_names[92 + k]), std::string("BAYER16_") + bayer[k]);
-    }
-    EXPECT_STREQ(tav_com_format_names[96], "HSV");
-    EXPECT_STREQ(tav_com_format_names[97], "LAB");
-}

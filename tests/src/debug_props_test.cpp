@@ -94,41 +94,6 @@ TEST_F(DebugProps, SwitchesNeedTheMasterProperty) {
     EXPECT_TRUE(allSwitchesOff(props));
 }
 
-TEST_F(DebugProps, EnabledPropertiesFillEverySwitch) {
-    keld_test_setProperty("debug.tavrin.keld.enable", "1");
-    keld_test_setProperty("debug.tavrin.keld.log_level", "7");
-    keld_test_setProperty("debug.tavrin.keld.draw_logo", "1");
-    keld_test_setProperty("debug.tavrin.keld.draw_face", "2");
-    keld_test_setProperty("debug.tavrin.keld.run_mode", "3");
-    keld_test_setProperty("debug.tavrin.keld.core_engine.dump", "4");
-    keld_test_setProperty("debug.tavrin.keld.dump", "3");
-    keld_test_setProperty("debug.tavrin.keld.dump_base", "5");
-    keld_test_setProperty("debug.tavrin.keld.bypass", "6");
-    keld_test_setProperty("debug.tavrin.keld.dump_path", "/tmp/keld dumps");
-    keld_test_setProperty("debug.tavrin.keld.face_enable", "-1");
-    // A file that says otherwise is not read once the properties enable the switches.
-    writeFile(element("debug.tavrin.keld.enable", "1") +
-              element("debug.tavrin.keld.log_level", "1"));
-
-    tavrin_KELD_DebugProps props = junkBlock();
-    const time_t before = wallSeconds();
-    EXPECT_EQ(TavrinKELD_DebugProps_read(&props), TAV_OK);
-    const time_t after = wallSeconds();
-    EXPECT_EQ(props.enable, 1);
-    EXPECT_EQ(props.log_level, 7);
-    EXPECT_EQ(props.draw_logo, 1);
-    EXPECT_EQ(props.draw_face, 2);
-    EXPECT_EQ(props.run_mode, 3);
-    EXPECT_EQ(props.core_engine_dump, 4);
-    EXPECT_EQ(props.dump, 3);
-    EXPECT_EQ(props.dump_base, 5);
-    EXPECT_EQ(props.bypass, 6);
-    EXPECT_STREQ(props.dump_path, "/tmp/keld dumps");
-    EXPECT_EQ(props.face_enable, -1);
-    EXPECT_EQ(props.iso, 0);
-    expectTimestampMatchesTime(props, before, after);
-}
-
 TEST_F(DebugProps, FaceEnableFromPropertiesIsNormalised) {
     keld_test_setProperty("debug.tavrin.keld.enable", "1");
     const struct {

@@ -354,40 +354,6 @@ TEST_F(Instance, InitFailuresAreLoggedAndLeaveNoHandle) {
     EXPECT_EQ(obj_, nullptr);
 }
 
-TEST_F(Instance, InitStoresTheRecordAndTheDebugCopy) {
-    setLogLevel("2");
-    keld_test_setProperty("debug.tavrin.keld.draw_face", "1");
-    tavrin_KELD_InitParams p = params();
-    p.camera_id = 3;
-    p.output_width = 640;
-    p.output_height = 480;
-    p.enable_post_drc = 1;
-    const std::string cfg = writeParamsFile();
-    p.params_cfg_file = cfg.c_str();
-    testing::internal::CaptureStderr();
-    ASSERT_EQ(TavrinKELD_internal_init(&obj_, &p), TAV_OK);
-    const std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(contains(log,
-                         "D/TAVRIN: TavrinKELD_internal_init E\n"
-                         "D/TAVRIN: Internal SDK Verion: Tavrin Internal KELD Ver.1.2.8 "
-                         "2025-08-11 Brumel\n"
-                         "D/TAVRIN: Core Engine Version : Tavrin Super-Resolution Ver.2.0.1 "
-                         "MC2.5.44_odm_p17 2025/08/11\n"))
-        << log;
-    EXPECT_TRUE(contains(log, "D/TAVRIN: xml_base_name: params.xml\n")) << log;
-    EXPECT_TRUE(contains(log, "D/TAVRIN: [Input Init Params]:\n")) << log;
-    EXPECT_TRUE(contains(log, "D/TAVRIN: [KELD Obj Init Params]:\n")) << log;
-    EXPECT_TRUE(contains(log, "D/TAVRIN: TavrinKELD_internal_init X\n")) << log;
-    EXPECT_NE(obj_->xml_parser, nullptr);
-    EXPECT_EQ(obj_->output_image.plane0, nullptr);  // one group: no group result
-    EXPECT_EQ(obj_->debug.camera_id, 3);
-    EXPECT_EQ(obj_->debug.draw_face, 1);
-    EXPECT_EQ(obj_->super_zoom, 1);
-    EXPECT_EQ(obj_->t_merge_num, 5);  // super zoom merges at most 5
-    // The shared block is what the copy was taken from.
-    EXPECT_EQ(tavrin_KELD_debug_props.draw_face, 1);
-}
-
 TEST_F(Instance, MergeLimitFromPropertyOrDefault) {
     const struct {
         const char* property;
@@ -518,14 +484,6 @@ TEST_F(Instance, UninitFreesAndClearsTheHandle) {
     EXPECT_EQ(TavrinKELD_internal_uninit(&obj_), TAV_ERROR_PARAM);
     EXPECT_EQ(TavrinKELD_internal_uninit(nullptr), TAV_ERROR_PARAM);
     EXPECT_TRUE(contains(testing::internal::GetCapturedStderr(), "Error params"));
-}
-
-TEST(InstanceOutputImage, BytesByFormat) {
-    EXPECT_EQ(TavrinKELD_internal_outputImageBytes(45, 100, 30), 6000);
-    EXPECT_EQ(TavrinKELD_internal_outputImageBytes(46, 100, 30), 6000);
-    EXPECT_EQ(TavrinKELD_internal_outputImageBytes(48, 100, 30), 4500);
-    EXPECT_EQ(TavrinKELD_internal_outputImageBytes(49, 101, 31), 101 * 31 * 3 / 2);
-    EXPECT_EQ(TavrinKELD_internal_outputImageBytes(62, 100, 30), 0);
 }
 
 }  // namespace

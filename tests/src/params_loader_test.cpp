@@ -228,67 +228,6 @@ TEST_F(ParamsLoaderTest, GroupIds) {
               "E/TAVRIN: Faield to load params by config file, errno = 80000020\n");
 }
 
-// Every key of the record is read under its own name into its own field.
-TEST_F(ParamsLoaderTest, EveryKeyLandsInItsField) {
-    using namespace ev_keys;
-    const Ev expected = distinctRecord(11);
-    char value[64];
-    std::string keys;
-    for (const IntKey& key : kIntKeys)
-        keys += std::string("<") + key.name + ">" + std::to_string(expected.*key.ev) + "</" +
-                key.name + ">";
-    for (const DoubleKey& key : kDoubleKeys) {
-        snprintf(value, sizeof value, "%.17g", expected.*key.ev);
-        keys += std::string("<") + key.name + ">" + value + "</" + key.name + ">";
-    }
-    // The two fields without a key are not read even when a file names them.
-    keys += "<select_frame>9</select_frame><base_index>9</base_index>";
-    open(document("<zoom_ratio value=\"1\"><iso value=\"100\"><super_resolution id=\"2\">" + keys +
-                  "</super_resolution></iso></zoom_ratio>"));
-    ASSERT_EQ(lookUp(0, 1.0, 100), TAV_OK);
-    const Ev& ev = block.ev[2];
-    for (const IntKey& key : kIntKeys)
-        EXPECT_EQ(ev.*key.ev, expected.*key.ev) << key.name;
-    for (const DoubleKey& key : kDoubleKeys)
-        EXPECT_EQ(ev.*key.ev, expected.*key.ev) << key.name;
-    EXPECT_EQ(ev.select_frame, 1);
-    EXPECT_EQ(ev.base_index, -1);
-}
-
-TEST_F(ParamsLoaderTest, LogLinesFollowTheLevel) {
-    open("<r><camera_id length=\"1\">0</camera_id>" + rows("zoom_ratio", {"1.0"}, {"100"}, 0) +
-         "</r>");
-    testing::internal::CaptureStderr();
-    ASSERT_EQ(lookUp(0, 1.0, 100, 0, 2), TAV_OK);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "D/TAVRIN: camera_id = 0, meta_data.iso = 100, zoom_ratio = 1.000000, "
-              "super_zoom_ratio = 0.000000\n"
-              "E/TAVRIN: Failed to get params xml version, errno = 80000020\n"
-              "D/TAVRIN: No set params id, use default\n"
-              "D/TAVRIN: meta_data.iso = 100, cur_iso = 100\n");
-    testing::internal::CaptureStderr();
-    ASSERT_EQ(lookUp(0, 1.0, 100, 0, 1), TAV_OK);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "E/TAVRIN: Failed to get params xml version, errno = 80000020\n");
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(lookUp(0, 9.0, 100, 0, 0), TAV_ERROR_NOT_FOUND);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-
-    open(document(rows("zoom_ratio", {"1.0"}, {"100"}, 0)));
-    testing::internal::CaptureStderr();
-    ASSERT_EQ(lookUp(0, 1.0, 100, 0, 2), TAV_OK);
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find("D/TAVRIN: xml version = 1.2 test\n"), std::string::npos) << log;
-
-    testing::internal::CaptureStderr();
-    tavrin_KELD_CfgMeta meta = {100, 1.0, 0.0};
-    EXPECT_EQ(TavrinKELD_internal_loadParams(nullptr, 0, &meta, 0, &block, 0), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_internal_loadParams(parser, 0, nullptr, 0, &block, 0), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_internal_loadParams(parser, 0, &meta, 0, nullptr, 0), TAV_ERROR_PARAM);
-    log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find(":TavrinKELD_internal_loadParams(): Error params"), std::string::npos);
-}
-
 TEST_F(ParamsLoaderTest, CfgMetaAndStoreAfterASuccessfulLoadOnly) {
     tavrin_KELD_CfgMeta meta = TavrinKELD_internal_makeCfgMeta(800, 2.5f, 1);
     EXPECT_EQ(meta.zoom_ratio, 0.0);

@@ -164,31 +164,6 @@ TEST_F(XmlParserTest, ReadValueByType) {
     EXPECT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
 }
 
-TEST_F(XmlParserTest, ReadArrayByLength) {
-    tavrin_KELD_XmlParser* parser = load(
-        "<r><a length=\"3\">5 -6\n7 8</a><b length=\"4\">1 2</b><c>1</c>"
-        "<z length=\"0\">1</z><m length=\"-2\">1</m><x length=\"junk\">1</x></r>");
-    ASSERT_NE(parser, nullptr);
-    int32_t values[4] = {0, 0, 0, 0};
-    int32_t length = 0;
-    ASSERT_EQ(readInts(parser, "a", values, 4, &length), TAV_OK);
-    EXPECT_EQ(length, 3);  // the attribute counts, not the words
-    const int32_t want[4] = {5, -6, 7, 0};
-    EXPECT_EQ(memcmp(values, want, sizeof want), 0);
-
-    // A smaller capacity stores what fits and still reports the whole count.
-    int32_t one = 0;
-    ASSERT_EQ(readInts(parser, "a", &one, 1, &length), TAV_OK);
-    EXPECT_EQ(one, 5);
-    EXPECT_EQ(length, 3);
-    // b promises 4 values and holds 2: fine while only 2 are wanted, not found past that.
-    EXPECT_EQ(readInts(parser, "b", values, 2, &length), TAV_OK);
-    EXPECT_EQ(readInts(parser, "b", values, 4, &length), TAV_ERROR_NOT_FOUND);
-    for (const char* name : {"c", "z", "m", "x", "absent"})
-        EXPECT_EQ(readInts(parser, name, values, 4, &length), TAV_ERROR_NOT_FOUND) << name;
-    EXPECT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
-}
-
 // The exact text of a written document: declaration, tab indentation, leaves on one line however
 // long, the number formats of each type.
 TEST_F(XmlParserTest, WriterFormatsAndIndentation) {
@@ -240,39 +215,6 @@ TEST_F(XmlParserTest, WriterFormatsAndIndentation) {
         "\t</params>\n"
         "</keld>\n";
     EXPECT_EQ(slurp(file), expected);
-}
-
-TEST_F(XmlParserTest, IndentationStopsAtEightTabs) {
-    tavrin_KELD_XmlParser* parser = nullptr;
-    std::string file = path("deep.xml");
-    ASSERT_EQ(TavrinKELD_XmlParser_open(&parser, file.c_str(), TAVRIN_KELD_XML_WRITE), TAV_OK);
-    mxml_node_t* node = nullptr;
-    const int depth = 11;
-    for (int level = 0; level < depth; level++) {
-        std::string name = "e" + std::to_string(level);
-        ASSERT_EQ(TavrinKELD_XmlParser_addElement(parser, node, name.c_str(), &node), TAV_OK);
-    }
-    const int32_t one = 1;
-    ASSERT_EQ(TavrinKELD_XmlParser_writeValues(parser, node, "leaf", TAVRIN_KELD_XML_INT, &one, 1),
-              TAV_OK);
-    ASSERT_EQ(TavrinKELD_XmlParser_close(&parser), TAV_OK);
-
-    std::istringstream lines(slurp(file));
-    std::string line;
-    std::getline(lines, line);  // declaration
-    // Opening lines at depth 0..10, the leaf at depth 11, closing lines from 10 back to 0.
-    auto tabsAt = [](int level) { return std::string(level < 8 ? level : 8, '\t'); };
-    for (int level = 0; level < depth; level++) {
-        ASSERT_TRUE(std::getline(lines, line));
-        EXPECT_EQ(line, tabsAt(level) + "<e" + std::to_string(level) + ">");
-    }
-    ASSERT_TRUE(std::getline(lines, line));
-    EXPECT_EQ(line, tabsAt(depth) + "<leaf length=\"1\" type=\"int\">1</leaf>");
-    for (int level = depth - 1; level >= 0; level--) {
-        ASSERT_TRUE(std::getline(lines, line));
-        EXPECT_EQ(line, tabsAt(level) + "</e" + std::to_string(level) + ">");
-    }
-    EXPECT_FALSE(std::getline(lines, line));
 }
 
 }  // namespace

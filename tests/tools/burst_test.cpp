@@ -186,33 +186,6 @@ TEST(Burst, KnownShiftsReadBackFromTheManifestMapTheBaseFrameOntoEachFrame) {
     }
 }
 
-TEST(Burst, HomographiesComposeAsDocumented) {
-    tavtool::Motion m;
-    m.angle_deg = 3;
-    m.scale = 1.02;
-    m.kx = 0.01;
-    m.ky = -0.004;
-    m.dx = 1.5;
-    m.dy = -2.5;
-    const tavtool::Homography h = tavtool::motionHomography(m, 50, 40);
-    double x, y;
-    tavtool::homographyApply(h, 50, 40, &x, &y);  // the centre only moves by the shift
-    EXPECT_NEAR(x, 51.5, 1e-12);
-    EXPECT_NEAR(y, 37.5, 1e-12);
-    tavtool::Homography inv;
-    ASSERT_TRUE(tavtool::homographyInvert(h, &inv));
-    const tavtool::Homography id = tavtool::homographyMultiply(h, inv);
-    for (int i = 0; i < 9; ++i)
-        EXPECT_NEAR(id.m[i] / id.m[8], i % 4 == 0 ? 1.0 : 0.0, 1e-12) << i;
-    // The keystone changes scale by kx at the right edge (x = 2 cx), before rotation.
-    tavtool::Motion k;
-    k.kx = 0.01;
-    const tavtool::Homography hk = tavtool::motionHomography(k, 50, 40);
-    double xr, yr;
-    tavtool::homographyApply(hk, 100, 40, &xr, &yr);
-    EXPECT_NEAR(xr - 50, 50 / 1.01, 1e-9);
-}
-
 TEST(Burst, MovingPatchesChangeOnlyTheirSquareAndSitInTheTruthAtTheBasePosition) {
     const RgbImage photo = smoothPhoto(300, 220);
     BurstConfig c = quietConfig();
