@@ -20,19 +20,6 @@ using tav_align_test::pixelOf;
 using tav_fixtures::Heap;
 using tav_fixtures::TestImage;
 
-TEST(BlockSearch, SpiralVisitsRingsClockwise) {
-    std::vector<std::pair<int32_t, int32_t>> order;
-    tav_sr2_spiralWalk(3, [&](int32_t x, int32_t y) { order.push_back({x, y}); });
-    const std::pair<int32_t, int32_t> head[] = {{0, 0},  {1, 0},   {1, 1},  {0, 1},  {-1, 1},
-                                                {-1, 0}, {-1, -1}, {0, -1}, {1, -1}, {2, -1}};
-    for (size_t i = 0; i < 10; ++i)
-        EXPECT_EQ(order[i], head[i]) << i;
-    EXPECT_EQ(order.size(), 49u);
-    const std::set<std::pair<int32_t, int32_t>> distinct(order.begin(), order.end());
-    EXPECT_EQ(distinct.size(), 49u);
-    EXPECT_EQ(order.back(), (std::pair<int32_t, int32_t>(3, -3)));
-}
-
 // Mean absolute difference of a over b shifted by (dx, dy), as sum and area.
 std::pair<int64_t, int64_t> overlapCost(const tav_sr2_Image* a, const tav_sr2_Image* b, int32_t dx,
                                         int32_t dy) {

@@ -29,33 +29,6 @@ void forceEngineConfig(tav_sr2_MotionEstimator* e, int32_t w, int32_t h, tav_sr2
     e->thread_pool = tp;
 }
 
-TEST(MotionEstimator, RegionAndScaleReachTheResult) {
-    Heap heap(8 << 20);
-    tav_sr2_MotionEstimator e;
-    tav_sr2_MotionEstimator_init(&e, &heap.pool);
-    e.motion_model = 3;
-    e.scale_step = 2;
-    e.roi_x0 = 100;
-    e.roi_y0 = 50;
-    e.roi_x1 = 612;
-    e.roi_y1 = 434;
-    ASSERT_EQ(tav_sr2_MotionEstimator_configure(&e, 800, 600), TAV_OK);
-    EXPECT_EQ(e.ref_pyramid[0].width, 256);
-    EXPECT_EQ(e.ref_pyramid[0].height, 192);
-    // One level-0 pixel is two input pixels, and level 0 starts at the region's corner.
-    tav_sr2_Trans2D_identity(&e.current);
-    e.current.m[2] = 1.0;
-    e.current.m[5] = 2.0;
-    tav_sr2_Trans2D out;
-    ASSERT_EQ(tav_sr2_MotionEstimator_getResult(&e, &out), TAV_OK);
-    double x, y;
-    tav_sr2_Trans2D_apply(&out, &x, &y, 300.0, 200.0);
-    EXPECT_NEAR(x, 302.0, 1e-9);
-    EXPECT_NEAR(y, 204.0, 1e-9);
-    EXPECT_NEAR(out.m[0] * out.m[0] + out.m[4] * out.m[4] + out.m[8] * out.m[8], 1.0, 1e-12);
-    tav_sr2_MotionEstimator_finish(&e);
-}
-
 #ifdef TAVRIN_FAULT_INJECTION
 TEST(MotionEstimator, OutOfMemoryAnywhereLeavesNothingBehind) {
     Heap heap(8 << 20);

@@ -199,46 +199,4 @@ TEST(MotionFit, VerdictBitsFromLevelCounts) {
     }
 }
 
-TEST(MotionFit, LevelCountsAndWholeLevel) {
-    ModelFixture f;
-    const tav_sr2_Trans2D truth = aboutCentre(0.4, 1.0, 2.5, 1.5, 0, 0, kW / 2, kH / 2);
-    const tav_sr2_FitConfig config = {3, 3, 0.5, 0};
-    tav_sr2_Trans2D identity;
-    tav_sr2_Trans2D_identity(&identity);
-
-    // 15 matches, 3 lost, 2 outside: no fit, the transform passes unchanged.
-    Level few = matchesOf(truth, 15, 5);
-    for (int i = 0; i < 3; ++i)
-        few.addMark(TAV_TRACK_LOST);
-    for (int i = 0; i < 2; ++i)
-        few.addMark(TAV_TRACK_OUTSIDE);
-    tav_sr2_MatchView fv = few.view();
-    tav_sr2_LevelCounts counts;
-    tav_sr2_LevelCounts_measure(&fv, &counts);
-    int64_t sum = 0;
-    for (int i = 0; i < 15; ++i)
-        sum += few.score[i];
-    EXPECT_EQ(counts.count, 20);
-    EXPECT_EQ(counts.tried, 18);
-    EXPECT_EQ(counts.matched, 15);
-    EXPECT_EQ(counts.score_sum, sum);
-    int32_t stats[3];
-    tav_sr2_Trans2D t = identity;
-    EXPECT_EQ(tav_sr2_MotionModel_fitLevel(&f.model, &config, &fv, &t, stats),
-              TAV_ALIGN_WEAK_MATCHES);
-    for (int i = 0; i < 9; ++i)
-        EXPECT_EQ(t.m[i], identity.m[i]);
-    EXPECT_EQ(stats[0], share(15, 20));
-    EXPECT_EQ(stats[1], 0);
-    EXPECT_EQ(stats[2], (int32_t)(sum * 128 / 15));
-
-    // Enough matches, all exact: fitted, every match an inlier, nothing flagged.
-    Level many = matchesOf(truth, 60, 6);
-    tav_sr2_MatchView mv = many.view();
-    t = identity;
-    EXPECT_EQ(tav_sr2_MotionModel_fitLevel(&f.model, &config, &mv, &t, stats), 0u);
-    EXPECT_EQ(stats[1], 32768);
-    EXPECT_LT(meanCornerError(t, truth, kW, kH), 1e-3);
-}
-
 }  // namespace

@@ -335,21 +335,4 @@ TEST(MotionModel, KindsAndLifecycle) {
 #endif
 }
 
-TEST(MotionModel, SetStartKeepsThePreviousStartForADegenerateTransform) {
-    Model m;
-    const tav_sr2_Trans2D good = similarity(1, 1, 5, 6, 0, 0, 0, 0);
-    tav_sr2_Trans2D degenerate = homography(1, 2, 3, 2, 4, 6, 0, 0);
-    tav_sr2_MotionModel_setStart(&m.model, &good);
-    tav_sr2_MotionModel_setStart(&m.model, &degenerate);
-    tav_sr2_Trans2D got;
-    tav_sr2_MotionModel_getTransform(&m.model, &got);
-    EXPECT_LT(cornerError(got, good, kW, kH), 1e-9);
-    // A start scaled as the pipeline normalises it reads back the same transform.
-    tav_sr2_Trans2D scaled;
-    tav_sr2_Trans2D_normalize(&scaled, &good);
-    tav_sr2_MotionModel_setStart(&m.model, &scaled);
-    tav_sr2_MotionModel_getTransform(&m.model, &got);
-    EXPECT_LT(cornerError(got, good, kW, kH), 1e-9);
-}
-
 }  // namespace

@@ -187,43 +187,6 @@ TEST(Tracking, GradientMatcherConvergesOrLosesAnOscillation) {
     EXPECT_EQ(x, TAV_TRACK_LOST);
 }
 
-TEST(Tracking, PixelScoreIsTheMarginOverTheReplacedBest) {
-    Heap heap(1 << 20);
-    TestImage img(&heap.pool, 40, 40, TAV_SR2_FMT_UINT8);
-    fill(&img.img,
-         [](int32_t x, int32_t y) { return (uint8_t)(100 + 2 * x + ((x * 7 + y * 13) % 5)); });
-    // The template is the window at (21, 20), the second candidate of a spiral from (20, 20):
-    // the first candidate's cost becomes the second best.
-    tav_sr2_PixelTemplate t;
-    ASSERT_EQ(tav_sr2_PixelTemplate_make(&t, &img.img, 21, 20), TAV_OK);
-    int64_t sum_t = 0, sum_q = 0;
-    for (int32_t i = 0; i < 49; ++i) {
-        sum_t += pixelOf(&img.img, 18 + i % 7, 17 + i / 7);
-        sum_q += pixelOf(&img.img, 17 + i % 7, 17 + i / 7);
-    }
-    const int64_t mean_t = sum_t * 1337 + ((sum_t * 15381) >> 15);
-    const int64_t mean_q = sum_q * 1337 + ((sum_q * 15381) >> 15);
-    int64_t first = 0;
-    for (int32_t i = 0; i < 49; ++i) {
-        first += std::abs((pixelOf(&img.img, 18 + i % 7, 17 + i / 7) -
-                           pixelOf(&img.img, 17 + i % 7, 17 + i / 7)) *
-                              65536 +
-                          mean_q - mean_t);
-    }
-    const int32_t expected = (int32_t)std::min<int64_t>(255, (first + 65535) >> 16);
-    ASSERT_GT(expected, 1);
-    ASSERT_LT(expected, 255);
-    int32_t x = -1, y = -1, score = -1;
-    ASSERT_TRUE(tav_sr2_PixelTemplate_match(&t, &img.img, 20 << 15, 20 << 15, 3, &x, &y, &score));
-    EXPECT_EQ(x, 21 << 15);
-    EXPECT_EQ(y, 20 << 15);
-    EXPECT_EQ(score, expected);
-    // Too near the edge for the search square: nothing written.
-    x = y = score = 7;
-    EXPECT_FALSE(tav_sr2_PixelTemplate_match(&t, &img.img, 5 << 15, 20 << 15, 3, &x, &y, &score));
-    EXPECT_EQ(x + y + score, 21);
-}
-
 TEST(Tracking, MarksOutsideAndKeepsTheStartWhereThePixelSearchCannotRun) {
     Heap heap(4 << 20);
     const Texture texture(9);

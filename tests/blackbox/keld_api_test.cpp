@@ -16,10 +16,6 @@
 
 namespace {
 
-bool contains(const std::string& log, const std::string& text) {
-    return log.find(text) != std::string::npos;
-}
-
 using keld_test::Frame;
 using keld_test::meanAbsDiff;
 
@@ -134,29 +130,6 @@ TEST_F(KeldApi, InitChecksItsArgumentsSilently) {
     EXPECT_EQ(TavrinKELD_uninit(&none), TAV_ERROR_PARAM);
 }
 
-TEST_F(KeldApi, InstanceRefusesWhatPassesThePublicChecks) {
-    const struct {
-        const char* what;
-        void (*spoil)(tavrin_KELD_PublicInitParams*);
-    } bad[] = {
-        {"output narrower", [](tavrin_KELD_PublicInitParams* p) { p->output_width = 318; }},
-        {"zoom 31", [](tavrin_KELD_PublicInitParams* p) { p->zoom_ratio = 31.0f; }},
-    };
-    for (const auto& b : bad) {
-        tavrin_KELD_PublicInitParams p = params();
-        b.spoil(&p);
-        tavrin_KELD_Obj* handle = kUnset;
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(TavrinKELD_init(&handle, &p), TAV_ERROR_PARAM) << b.what;
-        const std::string log = testing::internal::GetCapturedStderr();
-        // The argument error is logged even at level 0, with the path, line and function.
-        EXPECT_TRUE(contains(log, "E/TAVRIN: ")) << log;
-        EXPECT_TRUE(contains(log, "tavrin_internal_keld.cpp:")) << log;
-        EXPECT_TRUE(contains(log, ":TavrinKELD_internal_init(): Error params\n")) << log;
-        EXPECT_EQ(handle, kUnset) << b.what;
-    }
-}
-
 TEST_F(KeldApi, EveryFormatCodeInitsOrFailsCleanly) {
     for (int32_t format = 1; format <= 99; format++) {
         tavrin_KELD_PublicInitParams p = params();
@@ -172,14 +145,6 @@ TEST_F(KeldApi, EveryFormatCodeInitsOrFailsCleanly) {
         }
         EXPECT_EQ(handle, nullptr) << format;
     }
-}
-
-// The zoom the instance derived, as the tuning look-up logs it.
-std::string lookUpLine(const std::string& log) {
-    const std::string key = "D/TAVRIN: camera_id = ";
-    const size_t at = log.find(key);
-    if (at == std::string::npos) return "";
-    return log.substr(at, log.find('\n', at) - at);
 }
 
 TEST_F(KeldApi, SetParamsChecksItsArguments) {

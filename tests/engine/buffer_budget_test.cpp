@@ -87,32 +87,6 @@ TEST(BufferBudgetTest, TermsOf4000x3000AtZoom1) {
     EXPECT_EQ(b.pipeline_size, static_cast<int64_t>(static_cast<double>(b.tot_size) * 1.1));
 }
 
-TEST(BufferBudgetTest, FinerZoomsShrinkTheStagesButNotTheOutputFloor) {
-    // Zoom 2: crop 2400 x 1800, area 2032 x 1528, internal 1.0.
-    tav_sr2_BufferBudget b = budgetOf({4000, 3000, 4000, 3000, 2.0f});
-    EXPECT_EQ(b.align_size, 3 * 2400 * 1800 + 1200 * 900);
-    EXPECT_EQ(b.enhance_size, 4 * 2032 * 1528);
-    // Ordinary zoom keeps three output planes and the clip: 72000000 + 36256016.
-    EXPECT_EQ(b.local_size, 108256016);
-
-    // Zoom 4: crop 1400 x 1048, area 1032 x 776, internal 1.5: 1548 x 1164.
-    b = budgetOf({4000, 3000, 4000, 3000, 4.0f});
-    EXPECT_EQ(b.align_size, 3 * 1400 * 1048 + 700 * 524);
-    EXPECT_EQ(b.enhance_size, 4 * 1548 * 1164);
-    // Quarter 258 x 194; 3 * 1548 * 1164 for the merge target.
-    EXPECT_EQ(b.init_size, kG + kFixed + 258 * 194 + 2 * 258 * 194 + 3 * 1548 * 1164);
-    EXPECT_EQ(b.local_size, 108256016);
-
-    // Zoom 10: crop 1280 x 960, area 432 x 320, internal 1.5: 648 x 480.
-    b = budgetOf({4000, 3000, 4000, 3000, 10.0f});
-    EXPECT_EQ(b.align_size, 3 * 1280 * 960 + 640 * 480);
-    EXPECT_EQ(b.enhance_size, 4 * 648 * 480);
-
-    // Above 10 the area of interest is sized as for 10, and the crop is the floor already.
-    const tav_sr2_BufferBudget b20 = budgetOf({4000, 3000, 4000, 3000, 20.0f});
-    EXPECT_EQ(b20.tot_size, b.tot_size);
-}
-
 TEST(BufferBudgetTest, SuperZoomSizesByTheClipAndTheInternalPlanes) {
     // 4000 x 3000 to 8000 x 6000 at 2: crop and area 4000 x 3000, internal 1.0.
     const tav_sr2_BufferBudget b = budgetOf({4000, 3000, 8000, 6000, 2.0f});
@@ -129,29 +103,6 @@ TEST(BufferBudgetTest, SmallFrame) {
     EXPECT_EQ(b.align_size, 3 * 1000 * 750 + 500 * 375);
     EXPECT_EQ(b.enhance_size, 4 * 1000 * 744);
     EXPECT_EQ(b.init_size, kG + kFixed + 250 * 186 + 2 * 250 * 186 + 3 * 1000 * 744);
-}
-
-TEST(BufferBudgetTest, TuningSwitchesSelectTheStageForms) {
-    const RunGeometry r = {4000, 3000, 4000, 3000, 1.0f};  // iw 4000, ih 3000, plane 12000000
-    const tav_sr2_BufferBudget base = budgetOf(r);
-    // The CPU merge halves the merge target: 36000000 -> 18000000.
-    tav_sr2_BufferBudget b = budgetOf(r, 8, [](sr_tunning_param* t) { t->use_16bit = 0; });
-    EXPECT_EQ(base.init_size - b.init_size, 18000000);
-    b = budgetOf(r, 8, [](sr_tunning_param* t) { t->unsharp_method = 2; });
-    // 5/2 of UINT88 24000000 + 48000000 + 18 * 4096000.
-    EXPECT_EQ(b.unsharp_size, 60000000 + 48000000 + 73728000);
-    b = budgetOf(r, 8, [](sr_tunning_param* t) { t->unsharp_method = 1; });
-    EXPECT_EQ(b.unsharp_size, 48000000);
-    b = budgetOf(r, 8, [](sr_tunning_param* t) { t->unsharp_method = 0; });
-    EXPECT_EQ(b.unsharp_size, 24000000);
-    b = budgetOf(r, 8, [](sr_tunning_param* t) { t->select_frame = 0; });
-    EXPECT_EQ(b.align_size, 36000000);
-    b = budgetOf(r, 8, [](sr_tunning_param* t) { t->detectmotion_shrink_ratio = 2; });
-    EXPECT_EQ(b.align_size, 3 * 1000 * 750 + 3000000);
-    // One frame merged less: t drops by a = 2000, so t * b by 3000000 and the halved term
-    // ((t >> 2) * b >> 1) from 2625000 to (3000 * 1500 >> 1) = 2250000.
-    b = budgetOf(r, 7);
-    EXPECT_EQ(base.merge_size - b.merge_size, 3000000 + 375000);
 }
 
 TEST(BufferBudgetTest, GetBufferSizeRefusesOddAndEmptySizes) {

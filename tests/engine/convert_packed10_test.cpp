@@ -115,27 +115,6 @@ TEST(ConvertPacked10, MatchesTheReferencePackerOnAwkwardSizes) {
     }
 }
 
-TEST(ConvertPacked10, RowKernelsReadEveryPhaseOfAWord) {
-    // One word per phase: samples 1023, 0, 513 and junk in the top bits.
-    const uint32_t word = 1023u | (0u << 10) | (513u << 20) | (3u << 30);
-    uint8_t row[12];
-    for (int i = 0; i < 3; ++i)
-        memcpy(row + 4 * i, &word, 4);
-    uint8_t out[9];
-    tav_sr2_packed10LumaRow(row, 7, out);
-    const uint8_t want[] = {255, 0, 128, 255, 0, 128, 255};
-    for (int i = 0; i < 7; ++i)
-        EXPECT_EQ(out[i], want[i]) << i;
-    uint8_t pairs[8];
-    tav_sr2_packed10ChromaRow(row, 4, 0, pairs);  // U0 V0 U1 | V1 U2 V2 | U3 V3
-    const uint8_t uv[] = {255, 0, 128, 255, 0, 128, 255, 0};
-    for (int i = 0; i < 8; ++i)
-        EXPECT_EQ(pairs[i], uv[i]) << i;
-    tav_sr2_packed10ChromaRow(row, 1, 1, pairs);
-    EXPECT_EQ(pairs[0], 0);
-    EXPECT_EQ(pairs[1], 255);
-}
-
 TEST(ConvertPacked10, RefusesWhatItCannotConvert) {
     Heap heap(1u << 20);
     std::mt19937 rng(1);

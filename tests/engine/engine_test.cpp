@@ -329,22 +329,6 @@ TEST(EngineTest, WholeLifeInABufferOfExactlyTheBudget) {
     EXPECT_EQ(e, nullptr);
 }
 
-TEST(EngineTest, SecondStartBeginsAfresh) {
-    InitArgs args;
-    args.width = args.output_width = 1000;
-    args.height = args.output_height = 750;
-    args.zoom = 1.0f;
-    Buffer buf = makeBuffer(args.budget());
-    tav_sr2_Engine* e = nullptr;
-    ASSERT_EQ(args.init(&e, buf.get(), args.budget()), TAV_OK);
-    ASSERT_EQ(tav_sr2_setCore(&e, 0, 2, 0), TAV_OK);
-    ASSERT_EQ(tav_sr2_start(&e), TAV_OK);
-    const uint32_t in_use = tav_sr2_MemPool_inUse(&e->pool);
-    ASSERT_EQ(tav_sr2_start(&e), TAV_OK);
-    EXPECT_EQ(tav_sr2_MemPool_inUse(&e->pool), in_use);
-    EXPECT_EQ(tav_sr2_finish(&e), TAV_OK);
-}
-
 TEST(EngineTest, FinishReportsALeakAndKeepsTheEngine) {
     Buffer buf = makeBuffer(kSmallBuffer);
     InitArgs args;

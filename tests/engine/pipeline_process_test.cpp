@@ -244,94 +244,6 @@ TEST(PipelineProcess, TimeLimitSkipsTheStagesButWritesTheOutput) {
     EXPECT_EQ(late.chroma, in_time.chroma);
 }
 
-// Stages 3 to 12 on a running timer. The limit drops to 0 when the trigger line is logged (at
-// once without one), so the first time check after that line shows where the checks are: after
-// stage 3 only in its early place, after stage 7 always, after 9 and 10 only when they run, after
-// 11 only in its late place.
-const char* g_limit_trigger = nullptr;
-
-void logAndTrigger(const char*, const char* fmt, va_list ap) {
-    char text[256];
-    vsnprintf(text, sizeof text, fmt, ap);
-    std::string line = text;
-    if (line.rfind("TIMEOUT!!(", 0) == 0) line = line.substr(0, line.find(')') + 1);
-    EngineLogCapture::lines().push_back(line);
-    if (g_limit_trigger != nullptr && line == g_limit_trigger) tav_sr2_run_limit_us = 0;
-}
-
-TEST(PipelineProcess, TimeChecksFollowTheStagesThatRan) {
-    tav_fixtures::Heap heap(1u << 20);
-    auto self = std::make_unique<tav_sr2_Pipeline>();
-    *self = {};
-    tav_sr2_Stopwatch_init(&self->run_timer, &heap.pool);
-    ASSERT_EQ(tav_sr2_Stopwatch_reset(&self->run_timer), TAV_OK);
-    tav_sr2_Stopwatch_start(&self->run_timer);
-    usleep(2000);  // the timer reads above a limit of 0
-
-    const std::string s3 = "dark_light_nr_enable: sr process 3 dark_light_nr: finish...\n";
-    const std::string s4 = "sr process 4 : finish...\n", s5 = "sr process 5 finish...\n";
-    const std::string s6 = "sr process 6 finish...\n", s8 = "sr process 8 finish...\n";
-    const std::string s10 = "sr process 10 finish...\n";
-    const std::string dither = "super zoom mode dither finish...\n";
-    struct Case {
-        const char* what;
-        tav_sr2_StagePlan plan;
-        const char* trigger;
-        std::vector<std::string> expected;
-        bool timed_out;
-    };
-    auto plan = [](void (*set)(tav_sr2_StagePlan*)) {
-        tav_sr2_StagePlan p = {};
-        set(&p);
-        return p;
-    };
-    const Case cases[] = {
-        {"early dark-light NR",
-         plan([](tav_sr2_StagePlan* p) { p->dark_light_early = 1; }),
-         nullptr,
-         {s3, "TIMEOUT!!(3)"},
-         true},
-        {"late dark-light NR",
-         plan([](tav_sr2_StagePlan*) {}),
-         nullptr,
-         {s4, "TIMEOUT!!(7)"},
-         true},
-        {"no enhancement",
-         plan([](tav_sr2_StagePlan*) {}),
-         s5.c_str(),
-         {s4, s5, s6, s8, s10, "TIMEOUT!!(11)"},
-         true},
-        {"contrast",
-         plan([](tav_sr2_StagePlan* p) { p->contrast = p->structure = 1; }),
-         s5.c_str(),
-         {s4, s5, "TIMEOUT!!(9)"},
-         true},
-        {"structure",
-         plan([](tav_sr2_StagePlan* p) { p->structure = 1; }),
-         s6.c_str(),
-         {s4, s5, s6, s8, "TIMEOUT!!(10)"},
-         true},
-        {"early place has no late check",
-         plan([](tav_sr2_StagePlan* p) {
-             p->dark_light_early = 1;
-             p->super_zoom = 1;
-         }),
-         s8.c_str(),
-         {s3, s4, s5, s6, s8, dither},
-         false},
-    };
-    for (const Case& c : cases) {
-        RunLog log;
-        tav_sr2_logger->sink_i = tav_sr2_logger->sink_w = &logAndTrigger;
-        RunLimit limit(c.trigger == nullptr ? 0 : TAV_SR2_RUN_LIMIT_US);
-        g_limit_trigger = c.trigger;
-        EXPECT_EQ(tav_sr2_Pipeline_improve(self.get(), &c.plan), c.timed_out) << c.what;
-        EXPECT_EQ(EngineLogCapture::lines(), c.expected) << c.what;
-    }
-    g_limit_trigger = nullptr;
-    EXPECT_EQ(tav_sr2_Stopwatch_finish(&self->run_timer), TAV_OK);
-}
-
 // The ghost weight of a difference j: full up to the offset, then a logistic fall.
 std::vector<uint8_t> referenceWeights(double slope, double offset) {
     std::vector<uint8_t> table(256);
@@ -405,30 +317,6 @@ TEST(PipelineProcess, BaseFrameSetsTheWeightsAndFaceRectangles) {
                  lround(180 * sy));
         EXPECT_EQ(mapped[0], want);
     }
-}
-
-TEST(PipelineProcess, SecondRunOnOneEngineStartsAfresh) {
-    const Scene scene = tav_run::proceduralScene(kW, kH);
-    const HostFrame frame(scene, TAV_SR2_FMT_YUV420_SEMIPLANAR);
-    EngineRun run(kW, kH, kW, kH, 2.0f, "YUV420_SEMIPLANAR", 3);
-    ASSERT_NE(run.engine, nullptr);
-    HostOutput first(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
-    run.add(frame, 3);
-    ASSERT_EQ(tav_sr2_process(&run.engine, &first.record), TAV_OK);
-    EXPECT_EQ(run.engine->cursor, 0);
-    const uint32_t after_first = tav_sr2_MemPool_inUse(&run.engine->pool);
-
-    // The next frames make a new burst of their own; the run leaves the pool as the first did.
-    HostOutput second(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
-    run.add(frame, 2);
-    EXPECT_EQ(run.engine->pipeline.frame_count, 2);
-    ASSERT_EQ(tav_sr2_process(&run.engine, &second.record), TAV_OK);
-    EXPECT_EQ(second.luma, first.luma);
-    EXPECT_EQ(second.chroma, first.chroma);
-    EXPECT_EQ(tav_sr2_MemPool_inUse(&run.engine->pool), after_first);
-    int32_t merged = 0;
-    EXPECT_EQ(tav_sr2_getMergeNum(&run.engine, &merged), TAV_OK);
-    EXPECT_LE(merged, 2);
 }
 
 TEST(PipelineProcess, ProcessChecksItsArguments) {

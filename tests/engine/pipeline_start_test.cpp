@@ -65,37 +65,6 @@ TEST_F(PipelineStartTest, OffCentreGeometryAndQuarterMaps) {
     EXPECT_EQ(self_->output_height, 3000);
 }
 
-TEST_F(PipelineStartTest, ResetsTheRunAndCopiesTheTuning) {
-    self_->frame_count = 5;
-    self_->accum_num = 3;
-    self_->align_fail_count = 2;
-    self_->align_transforms[7][1] = 0.5;
-    self_->align_transforms[11][8] = 3.0;
-    tuning_.iso = 800;
-    ASSERT_EQ(tav_sr2_Pipeline_start(self_, 1400, 1048, 8, 8, 700, 524, &tuning_), TAV_OK);
-    EXPECT_EQ(self_->frame_count, 0);
-    EXPECT_EQ(self_->accum_num, 0);
-    EXPECT_EQ(self_->align_fail_count, 0);
-    EXPECT_EQ(self_->restart_pending, 1);
-    for (const auto& m : self_->align_transforms)
-        for (int k = 0; k < 9; ++k)
-            EXPECT_EQ(m[k], (k % 4 == 0) ? 1.0 : 0.0);
-    // Later changes to the caller's record do not reach the run.
-    tuning_.iso = 100;
-    EXPECT_EQ(self_->tuning.iso, 800);
-}
-
-TEST_F(PipelineStartTest, OutputDefaultsToTheCropAndZoomWindowFollowsIt) {
-    tuning_.output_width = -1;
-    tuning_.output_height = 0;
-    tuning_.zoom_ratio = 2.0;
-    ASSERT_EQ(tav_sr2_Pipeline_start(self_, 1400, 1048, 4, 4, 700, 524, &tuning_), TAV_OK);
-    EXPECT_EQ(self_->output_width, 1400);
-    EXPECT_EQ(self_->output_height, 1048);
-    // Window 700 x 524 around (700, 524).
-    expectRect(self_->zoom_rect_in_clip, 350, 262, 1050, 786);
-}
-
 TEST_F(PipelineStartTest, RefusesWhatCannotRun) {
     EXPECT_EQ(tav_sr2_Pipeline_start(nullptr, 1400, 1048, 8, 8, 700, 524, &tuning_),
               TAV_ERROR_PARAM);

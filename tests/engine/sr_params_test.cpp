@@ -196,32 +196,6 @@ TEST(SrParams, EveryRowLimitsIntoItsOwnFieldAndReadsBack) {
     }
 }
 
-TEST(SrParams, ApplyLeavesFieldsWithoutARowAlone) {
-    sr_tunning_param t;
-    memset(&t, 0xA5, sizeof t);
-    std::vector<bool> written(sizeof t, false);
-    auto mark = [&](size_t off, size_t n) {
-        for (size_t i = off; i < off + n; ++i)
-            written[i] = true;
-    };
-    for (const Row& r : kRows) {
-        if (r.dst != kEngineField) mark(r.dst, kindSize(r.dst_kind));
-    }
-    mark(offsetof(sr_tunning_param, hfe_level), 4);
-    mark(offsetof(sr_tunning_param, gf_window2), 4);
-    mark(offsetof(sr_tunning_param, nr_uv_window), 4);
-
-    const tav_sr2_SrParams p = paramsOf(defaultTuning(), 0);  // fast_enable 0: use_16bit stays
-    double y = 0;
-    tav_sr2_SrParams_apply(&p, 0, &t, &y);
-    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(&t);
-    for (size_t i = 0; i < sizeof t; ++i) {
-        if (!written[i]) {
-            EXPECT_EQ(bytes[i], 0xA5) << "byte " << i;
-        }
-    }
-}
-
 TEST(SrParams, HfeLevelCarriesBit128AndSaturates) {
     std::vector<int32_t> levels = {INT32_MIN, -1000, -1, INT32_MAX};
     for (int32_t v = 0; v <= 300; ++v)
@@ -235,33 +209,6 @@ TEST(SrParams, HfeLevelCarriesBit128AndSaturates) {
         const int32_t want = v <= 0 ? 128 : (v < 127 ? 128 + v : 255);
         EXPECT_EQ(t.hfe_level, want) << v;
         EXPECT_EQ(paramsOf(t, 0).hfe_level, want) << v;  // read back as stored
-    }
-}
-
-TEST(SrParams, NrModesIndexTheWindowTable) {
-    const int32_t windows[4] = {3, 9, 21, 41};
-    for (int32_t mode : {INT32_MIN, -5, -1, 0, 1, 2, 3, 4, 7, INT32_MAX}) {
-        tav_sr2_SrParams p = paramsOf(defaultTuning(), 0);
-        p.y_nr_mode = mode;
-        p.c_nr_mode = mode;
-        sr_tunning_param t = defaultTuning();
-        double y;
-        tav_sr2_SrParams_apply(&p, 0, &t, &y);
-        const int32_t want = windows[mode < 0 ? 0 : (mode > 3 ? 3 : mode)];
-        EXPECT_EQ(t.gf_window2, want) << mode;
-        EXPECT_EQ(t.nr_uv_window, want) << mode;
-    }
-    for (int32_t w = -1; w <= 50; ++w) {
-        sr_tunning_param t = defaultTuning();
-        t.gf_window2 = w;
-        t.nr_uv_window = w;
-        int32_t want = 1;
-        for (int32_t i = 0; i < 4; ++i) {
-            if (windows[i] == w) want = i;
-        }
-        const tav_sr2_SrParams p = paramsOf(t, 0);
-        EXPECT_EQ(p.y_nr_mode, want) << w;
-        EXPECT_EQ(p.c_nr_mode, want) << w;
     }
 }
 

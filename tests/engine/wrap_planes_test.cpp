@@ -26,22 +26,6 @@ HostImage frame(int32_t w, int32_t h, int32_t p0, int32_t p1, int32_t p2 = 0) {
     return {w, h, pixels[0], pixels[1], pixels[2], p0, p1, p2};
 }
 
-TEST(WrapPlanes, BindsAValidRecordAsAnExternalImage) {
-    tav_sr2_Image im;
-    tav_sr2_Image_init(&im, nullptr);
-    const HostImage f = frame(6, 4, 8, 10);
-    ASSERT_EQ(tav_sr2_Image_wrapPlanes(&im, &f, TAV_SR2_FMT_YVU420_SEMIPLANAR), TAV_OK);
-    EXPECT_EQ(im.width, 6);
-    EXPECT_EQ(im.height, 4);
-    EXPECT_EQ(im.format, TAV_SR2_FMT_YVU420_SEMIPLANAR);
-    EXPECT_EQ(im.external, 1u);
-    EXPECT_EQ(im.plane[0], pixels[0]);
-    EXPECT_EQ(im.plane[1], pixels[1]);
-    EXPECT_EQ(im.plane[2], nullptr);
-    EXPECT_EQ(im.pitch[0], 8);
-    EXPECT_EQ(im.pitch[1], 10);
-}
-
 TEST(WrapPlanes, PitchesMustReachTheFormatsRowBytes) {
     tav_sr2_Image im;
     tav_sr2_Image_init(&im, nullptr);

@@ -100,22 +100,6 @@ TEST(BlurTest, DirectBlurMatchesDoubleConvolutionWithinOneCode) {
     }
 }
 
-TEST(BlurTest, FlatImagesStayFlatOnBothPaths) {
-    Heap heap;
-    Workers w(&heap.pool, 2);
-    for (double sigma : {0.7, 1.8, 2.5, 12.0}) {
-        for (int32_t format : {1, 3}) {
-            TestImage img(&heap.pool, 70, 45, format);
-            const int32_t value = format == 1 ? 255 : 65535;
-            memset(img.img.plane[0], 0xff, img.bytes());  // the largest sample everywhere
-            ASSERT_EQ(tav_sr2_Image_blur(&w.ctx, &img.img, &img.img, sigma), TAV_OK);
-            for (int32_t y = 0; y < 45; ++y)
-                for (int32_t x = 0; x < 70; ++x)
-                    ASSERT_EQ(sample(img.img, x, y), value);
-        }
-    }
-}
-
 // A large sigma on an image of at least 33 x 33 is the blur of a half-size copy, enlarged back
 // and blurred at 1.8, which the operators themselves spell out here.
 void expectHalfSizeRecursion(bool compact, int32_t width, int32_t height, double sigma) {
@@ -232,20 +216,6 @@ TEST(BlurTest, CompactBlurKeepsThreeSigma) {
     TestImage i32(&heap.pool, 8, 8, TAV_SR2_FMT_INT32);
     EXPECT_EQ(tav_sr2_Image_blurCompact(&w.ctx, &i32.img, &i32.img, 1.0), 0x80000010u);
     EXPECT_EQ(tav_sr2_Image_blur(&w.ctx, &i32.img, &i32.img, 1.0), TAV_OK);
-}
-
-// The direct blur has no Q15 positions, so it takes the widest rows; only a half-size step is
-// bound to the resize's limit.
-TEST(BlurTest, WideRowsBlurDirectly) {
-    Heap heap;
-    Workers w(&heap.pool, 1);
-    std::mt19937 rng(57);
-    TestImage src(&heap.pool, 40000, 2, 1), dst(&heap.pool, 40000, 2, 1);
-    src.randomize(rng);
-    ASSERT_EQ(tav_sr2_Image_blur(&w.ctx, &dst.img, &src.img, 1.0), TAV_OK);
-    EXPECT_LE(maxError(dst.img, gaussianReference(src.img, 1.0, false)), 1.0);
-    TestImage tall(&heap.pool, 40000, 40, 1);
-    EXPECT_EQ(tav_sr2_Image_blur(&w.ctx, &tall.img, &tall.img, 3.0), TAV_ERROR_PARAM);
 }
 
 TEST(BlurTest, Statuses) {

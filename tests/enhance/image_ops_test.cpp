@@ -86,53 +86,6 @@ TEST(ImageOpsTest, ConvertFramesChangesDepthAndSwapsChroma) {
     EXPECT_EQ(get<uint16_t>(back.img, 0, 6, 4), get<uint8_t>(f8.img, 0, 6, 4) << 2);
 }
 
-TEST(ImageOpsTest, ShiftRightByKey) {
-    Heap heap;
-    std::mt19937 rng(61);
-    for (int32_t n : {1, 3}) {
-        Workers w(&heap.pool, n);
-        TestImage i32(&heap.pool, 5, 3, 4), u8(&heap.pool, 5, 3, 1), u16(&heap.pool, 5, 3, 3);
-        TestImage out32(&heap.pool, 5, 3, 4);
-        const int32_t values[] = {-70001, -256, -1, 0, 1, 255, 511, 65535 * 4 + 3, 1 << 30};
-        for (int32_t i = 0; i < 15; ++i)
-            put(i32.img, 0, i % 5, i / 5, values[i % 9]);
-        u8.randomize(rng);
-        u16.randomize(rng);
-        // Shifts past the width of the samples too, down to the most negative one: beyond 32
-        // bits to the left every non-zero sample saturates and INT32 keeps its low 32 bits, 0.
-        for (int32_t shift : {0, 1, 2, 9, -3, 40, 70, -31, -32, -40, INT32_MIN}) {
-            auto ref = [shift](int64_t v) {
-                if (shift >= 0) return v >> std::min(shift, 63);
-                return v * ((int64_t)1 << std::min<int64_t>(-(int64_t)shift, 32));
-            };
-            auto wrap = [](int64_t v) { return (int32_t)(uint32_t)v; };
-            ASSERT_EQ(tav_sr2_Image_shift_right(&w.ctx, &out32.img, &i32.img, shift), TAV_OK);
-            TestImage o8(&heap.pool, 5, 3, 1), o16(&heap.pool, 5, 3, 3);
-            ASSERT_EQ(tav_sr2_Image_shift_right(&w.ctx, &o8.img, &i32.img, shift), TAV_OK);
-            ASSERT_EQ(tav_sr2_Image_shift_right(&w.ctx, &o16.img, &i32.img, shift), TAV_OK);
-            for (int32_t i = 0; i < 15; ++i) {
-                const int64_t v = ref(values[i % 9]);
-                EXPECT_EQ(get<int32_t>(out32.img, 0, i % 5, i / 5), wrap(v)) << shift;
-                EXPECT_EQ(get<uint8_t>(o8.img, 0, i % 5, i / 5), std::clamp<int64_t>(v, 0, 255));
-                EXPECT_EQ(get<uint16_t>(o16.img, 0, i % 5, i / 5),
-                          std::clamp<int64_t>(v, 0, 65535));
-            }
-            ASSERT_EQ(tav_sr2_Image_shift_right(&w.ctx, &out32.img, &u8.img, shift), TAV_OK);
-            EXPECT_EQ(get<int32_t>(out32.img, 0, 4, 2), wrap(ref(get<uint8_t>(u8.img, 0, 4, 2))));
-            ASSERT_EQ(tav_sr2_Image_shift_right(&w.ctx, &out32.img, &u16.img, shift), TAV_OK);
-            EXPECT_EQ(get<int32_t>(out32.img, 0, 3, 1), wrap(ref(get<uint16_t>(u16.img, 0, 3, 1))));
-            ASSERT_EQ(tav_sr2_Image_shift_right(&w.ctx, &o8.img, &u16.img, shift), TAV_OK);
-            EXPECT_EQ(get<uint8_t>(o8.img, 0, 2, 2),
-                      std::clamp<int64_t>(ref(get<uint16_t>(u16.img, 0, 2, 2)), 0, 255));
-        }
-        // Keys outside the list, and sizes that differ.
-        TestImage f(&heap.pool, 5, 3, 5), odd(&heap.pool, 4, 3, 4);
-        EXPECT_EQ(tav_sr2_Image_shift_right(&w.ctx, &u16.img, &u8.img, 1), TAV_ERROR_PARAM);
-        EXPECT_EQ(tav_sr2_Image_shift_right(&w.ctx, &f.img, &i32.img, 1), TAV_ERROR_PARAM);
-        EXPECT_EQ(tav_sr2_Image_shift_right(&w.ctx, &odd.img, &i32.img, 1), TAV_ERROR_PARAM);
-    }
-}
-
 TEST(ImageOpsTest, LookupAppliesTheTableInPlace) {
     Heap heap;
     std::mt19937 rng(67);

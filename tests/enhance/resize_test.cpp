@@ -101,47 +101,6 @@ TEST(ResizeTest, BilinearMatchesMappingForAllFormatsRowTablesAndWorkerCounts) {
     EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), 0u);
 }
 
-TEST(ResizeTest, EqualSizesCopyOrConvert) {
-    Heap heap;
-    Workers one(&heap.pool, 1);
-    std::mt19937 rng(9);
-    TestImage src(&heap.pool, 5, 4, TAV_SR2_FMT_UINT8);
-    src.randomize(rng);
-    TestImage same(&heap.pool, 5, 4, TAV_SR2_FMT_UINT8);
-    ASSERT_EQ(tav_sr2_Image_resize(&one.ctx, &same.img, &src.img), TAV_OK);
-    expectImage(
-        same.img, [&](int x, int y, int) { return sample(src.img, x, y); }, "copy");
-    TestImage wide(&heap.pool, 5, 4, TAV_SR2_FMT_UINT16);
-    ASSERT_EQ(tav_sr2_Image_resize(&one.ctx, &wide.img, &src.img), TAV_OK);
-    expectImage(
-        wide.img, [&](int x, int y, int) { return sample(src.img, x, y); }, "convert");
-}
-
-TEST(ResizeTest, FramesResizeEachPlane) {
-    Heap heap;
-    Workers two(&heap.pool, 2);
-    std::mt19937 rng(13);
-    for (int32_t format : {35, 44, 47, 48, 49}) {
-        TestImage src(&heap.pool, 13, 9, format);
-        src.randomize(rng);
-        TestImage dst(&heap.pool, 6, 17, format);
-        ASSERT_EQ(tav_sr2_Image_resize(&two.ctx, &dst.img, &src.img), TAV_OK) << format;
-        const bool planar = format != 48 && format != 49;
-        for (auto view : {tav_sr2_Image_viewPlane0, tav_sr2_Image_viewChroma,
-                          tav_sr2_Image_viewPlane1, tav_sr2_Image_viewPlane2}) {
-            if (view == tav_sr2_Image_viewChroma ? planar
-                                                 : !planar && view != tav_sr2_Image_viewPlane0)
-                continue;
-            tav_sr2_Image d = {}, s = {};
-            ASSERT_EQ(view(&d, &dst.img, 0, 0, 6, 17), TAV_OK);
-            ASSERT_EQ(view(&s, &src.img, 0, 0, 13, 9), TAV_OK);
-            expectImage(
-                d, [&](int x, int y, int c) { return bilinearAt(s, d.width, d.height, x, y, c); },
-                "plane");
-        }
-    }
-}
-
 TEST(ResizeTest, Statuses) {
     Heap heap;
     Workers one(&heap.pool, 1);

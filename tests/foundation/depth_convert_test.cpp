@@ -167,24 +167,6 @@ TEST(DepthConvert, BothDirectionsConvertEverySample) {
     EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), in_use) << "a job's block was left behind";
 }
 
-// A "UINT16" source converts into the luma of the destination and leaves its chroma alone.
-TEST(DepthConvert, WordSourceConvertsLumaOnly) {
-    Heap heap(1 << 20);
-    std::mt19937 rng(2);
-    TestImage words(&heap.pool, 9, 7, TAV_SR2_FMT_UINT16);
-    TestImage frame(&heap.pool, 9, 7, TAV_SR2_FMT_YUV420_SEMIPLANAR);
-    words.randomize(rng);
-    frame.randomize(rng);
-    const std::vector<uint8_t> before = frame.snapshot();
-    ASSERT_EQ(tav_sr2_convert10to8(nullptr, &heap.pool, &frame.img, &words.img), TAV_OK);
-    for (int32_t y = 0; y < 7; ++y) {
-        for (int32_t x = 0; x < 9; ++x)
-            ASSERT_EQ(at(frame, 0, y, x), down(at(words, 0, y, x)));
-    }
-    const size_t chroma = frame.img.plane[1] - frame.img.plane[0];
-    EXPECT_TRUE(std::equal(before.begin() + chroma, before.end(), frame.img.plane[1]));
-}
-
 TEST(DepthConvert, RefusedCallsWriteNothing) {
     Heap heap(1 << 20);
     TestImage narrow(&heap.pool, 8, 6, TAV_SR2_FMT_YUV420_SEMIPLANAR);
@@ -219,26 +201,6 @@ TEST(DepthConvert, RefusedCallsWriteNothing) {
 }
 
 #ifdef TAVRIN_FAULT_INJECTION
-// One job per worker and pass: the posts (each copies its band block from the pool) show the
-// split, and a post that cannot get its copy fails the conversion with nothing left allocated.
-TEST(DepthConvert, OneJobPerWorkerAndPassAndPostFailures) {
-    Heap heap(4 << 20);
-    Workers workers(&heap.pool, 3);
-    TestImage narrow(&heap.pool, 16, 12, TAV_SR2_FMT_YUV420_SEMIPLANAR);
-    TestImage deep(&heap.pool, 16, 12, TAV_SR2_FMT_YUV10B420_SEMIPLANAR);
-    const uint32_t in_use = tav_sr2_MemPool_inUse(&heap.pool);
-    tav_sr2_MemPool_injectFailure(0, false);
-    ASSERT_EQ(tav_sr2_convert8to10(&workers.tp, &heap.pool, &deep.img, &narrow.img), TAV_OK);
-    EXPECT_EQ(tav_sr2_MemPool_allocCount(), 6u);
-    for (uint32_t nth = 1; nth <= 6; ++nth) {
-        tav_sr2_MemPool_injectFailure(nth, false);
-        EXPECT_EQ(tav_sr2_convert10to8(&workers.tp, &heap.pool, &narrow.img, &deep.img),
-                  TAV_ERROR_MALLOC)
-            << "allocation " << nth;
-        EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), in_use);
-    }
-    tav_sr2_MemPool_injectFailure(0, false);
-}
 #endif
 
 }  // namespace

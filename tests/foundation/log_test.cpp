@@ -124,22 +124,4 @@ TEST(AndroidLogShim, LineFormatAndLongMessagesCut) {
                   std::string(1023, 'x') + "\n");
 }
 
-void writeConsole(FILE* f, const timeval* tv, char letter, const char* tag, const char* fmt, ...) {
-    va_list ap;
-    va_start(ap, fmt);
-    tav_sr2_ConsoleLog_writeAt(f, tv, letter, tag, fmt, ap);
-    va_end(ap);
-}
-
-std::string readAll(FILE* f) {
-    fflush(f);
-    rewind(f);
-    std::string text;
-    char buf[512];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, f)) > 0)
-        text.append(buf, n);
-    return text;
-}
-
 }  // namespace

@@ -15,14 +15,6 @@ namespace {
 
 using namespace ev_keys;
 
-std::vector<std::string> splitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
-
 // The record's fields in their order, as the parameter file's table lists them.
 const char* const kRecordOrder =
     "light_enable fast_enable cross_enable hfe_level hfe_black_level hfe_white_level hfe_thr "

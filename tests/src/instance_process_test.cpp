@@ -192,21 +192,4 @@ TEST_F(InstanceProcess, TimeOutStillWritesTheOutputAndReportsSuccess) {
     EXPECT_EQ(TavrinKELD_internal_process(&obj_, &output, &result), TAV_ERROR_PARAM);
 }
 
-TEST_F(InstanceProcess, ZoomCentreFarOutIsRefusedByTheEngine) {
-    // A half-size rect far beyond the frame: its edges sum past the int range. The centre goes
-    // to the engine as it is, which refuses it; the run is skipped and the output untouched.
-    const int32_t far_rect[4] = {1500000000, 0, 1500000160, 120};
-    initAtLevel("1", far_rect);
-    addFrames(0);
-    Frame out(kWidth, kHeight, 7);
-    const tavrin_KELD_Image output = out.image();
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_internal_process(&obj_, &output, nullptr), TAV_OK);
-    const std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(log,
-              "E/TAVRIN: Failed to set zoom center, ret = 80000001\n"
-              "E/TAVRIN: Faild to init tavrin super resolution engine, errno = 80000001\n");
-    EXPECT_EQ(out.pixels, Frame(kWidth, kHeight, 7).pixels);
-}
-
 }  // namespace

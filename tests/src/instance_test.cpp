@@ -263,23 +263,6 @@ TEST_F(Instance, FramesGroupByExposureAndIsoWithSeveralGroups) {
     EXPECT_EQ(addFrame(60, meta(100, 10)), TAV_ERROR_PARAM);
 }
 
-TEST_F(Instance, FrameArgumentsAreChecked) {
-    const tavrin_KELD_InitParams p = params();
-    ASSERT_EQ(TavrinKELD_internal_init(&obj_, &p), TAV_OK);
-    const tavrin_KELD_Image image = frame(1);
-    const tavrin_KELD_MetaData good = meta(100, 10);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(addFrame(1, meta(0, 10)), TAV_ERROR_PARAM);
-    EXPECT_EQ(addFrame(1, meta(100, 0)), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_internal_addImage(&obj_, nullptr, &good), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_internal_addImage(&obj_, &image, nullptr), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_internal_addImage(nullptr, &image, &good), TAV_ERROR_PARAM);
-    const std::string log = testing::internal::GetCapturedStderr();
-    // Argument errors are logged whatever the level (0 here).
-    EXPECT_TRUE(contains(log, ":TavrinKELD_internal_addImage(): Error params\n")) << log;
-    EXPECT_EQ(obj_->input_num, 0);
-}
-
 // ---------------------------------------------------------------------------------------------
 // Init
 
@@ -318,40 +301,6 @@ TEST_F(Instance, InitRefusesWhatTheInstanceCannotServe) {
         EXPECT_EQ(TavrinKELD_internal_uninit(&obj), TAV_OK);
         EXPECT_EQ(obj, nullptr);
     }
-}
-
-TEST_F(Instance, InitFailuresAreLoggedAndLeaveNoHandle) {
-    setLogLevel("1");
-    // An odd width has no buffer size.
-    tavrin_KELD_InitParams p = params();
-    p.width = 319;
-    p.stride = 320;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_internal_init(&obj_, &p), TAV_ERROR_GENERIC);
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(contains(log,
-                         "E/TAVRIN: Failed to get super resolution buffer size.\n"
-                         "E/TAVRIN: Failed to malloc buffer, errno = 80000000\n"
-                         "E/TAVRIN: Failed to init keld obj, errno = 80000000\n"))
-        << log;
-    EXPECT_EQ(obj_, nullptr);
-
-    // A parameter file that does not open.
-    p = params();
-    const std::string missing = dir_ + "/missing.xml";
-    p.params_cfg_file = missing.c_str();
-    testing::internal::CaptureStderr();
-    const uint32_t status = TavrinKELD_internal_init(&obj_, &p);
-    log = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(tav_sr2_failed(status));
-    char expected[256];
-    snprintf(expected, sizeof expected,
-             "E/TAVRIN: Failed to init tavrin xml parser, errno = %x\n"
-             "E/TAVRIN: Failed to init xml parser, errno = %x\n"
-             "E/TAVRIN: Failed to init keld obj, errno = %x\n",
-             status, status, status);
-    EXPECT_TRUE(contains(log, expected)) << log;
-    EXPECT_EQ(obj_, nullptr);
 }
 
 TEST_F(Instance, MergeLimitFromPropertyOrDefault) {
@@ -408,30 +357,6 @@ TEST_F(Instance, TuningRowSettlesTheMergeLimit) {
     }
 }
 
-TEST_F(Instance, FailedTuningLoadKeepsWhatTheInstanceHad) {
-    setLogLevel("1");
-    const std::string cfg = writeParamsFile();
-    tavrin_KELD_InitParams p = params();
-    p.params_cfg_file = cfg.c_str();
-    ASSERT_EQ(TavrinKELD_internal_init(&obj_, &p), TAV_OK);
-    const tavrin_KELD_MetaData too_bright = meta(6400, 0);
-    EXPECT_EQ(TavrinKELD_internal_setParamsByCfgFile(&obj_, &too_bright), TAV_ERROR_NOT_FOUND);
-    EXPECT_EQ(obj_->ev_params.ev[0].hfe_white_level, 0);  // still the zeroed record
-    EXPECT_EQ(obj_->merge_num, 5);
-
-    tavrin_KELD_Obj* no_file = nullptr;
-    const tavrin_KELD_InitParams plain = params();
-    ASSERT_EQ(TavrinKELD_internal_init(&no_file, &plain), TAV_OK);
-    const tavrin_KELD_MetaData m = meta(400, 0);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_internal_setParamsByCfgFile(&no_file, &m), TAV_ERROR_PARAM);
-    const std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(
-        contains(log, "E/TAVRIN: params_cfg_file is NULL, please check it in init params.\n"))
-        << log;
-    TavrinKELD_internal_uninit(&no_file);
-}
-
 // ---------------------------------------------------------------------------------------------
 // Process and uninit
 
@@ -470,20 +395,6 @@ TEST_F(Instance, ProcessNeedsFramesAndClearsTheBurst) {
     EXPECT_EQ(obj_->input_images[0][0].plane0, nullptr);
     EXPECT_EQ(obj_->base_iso, 100);
     EXPECT_EQ(TavrinKELD_internal_process(&obj_, &output, &result), TAV_ERROR_PARAM);
-}
-
-TEST_F(Instance, UninitFreesAndClearsTheHandle) {
-    const std::string cfg = writeParamsFile();
-    tavrin_KELD_InitParams p = params();
-    p.num_evs = 2;
-    p.params_cfg_file = cfg.c_str();
-    ASSERT_EQ(TavrinKELD_internal_init(&obj_, &p), TAV_OK);
-    EXPECT_EQ(TavrinKELD_internal_uninit(&obj_), TAV_OK);
-    EXPECT_EQ(obj_, nullptr);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_internal_uninit(&obj_), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_internal_uninit(nullptr), TAV_ERROR_PARAM);
-    EXPECT_TRUE(contains(testing::internal::GetCapturedStderr(), "Error params"));
 }
 
 }  // namespace

@@ -228,38 +228,4 @@ TEST_F(ParamsLoaderTest, GroupIds) {
               "E/TAVRIN: Faield to load params by config file, errno = 80000020\n");
 }
 
-TEST_F(ParamsLoaderTest, CfgMetaAndStoreAfterASuccessfulLoadOnly) {
-    tavrin_KELD_CfgMeta meta = TavrinKELD_internal_makeCfgMeta(800, 2.5f, 1);
-    EXPECT_EQ(meta.zoom_ratio, 0.0);
-    EXPECT_EQ(meta.super_zoom_ratio, 2.5);
-
-    open(document(rows("zoom_ratio", {"1.0", "3.0"}, {"100"}, 40)));
-    tavrin_KELD_EvParamsBlock instance = {};
-    const tavrin_KELD_EvParamsBlock zeros = {};
-    meta = TavrinKELD_internal_makeCfgMeta(400, 2.5f, 0);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_internal_updateParamsFromCfg(parser, 0, &meta, 0, 2, &instance, 1),
-              TAV_ERROR_NOT_FOUND);
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find("E/TAVRIN: Failed to load params by configuration file, errno = 80000020\n"),
-              std::string::npos)
-        << log;
-    EXPECT_EQ(memcmp(&instance, &zeros, sizeof instance), 0);  // the run keeps its record
-
-    meta = TavrinKELD_internal_makeCfgMeta(100, 2.5f, 0);
-    ASSERT_EQ(TavrinKELD_internal_updateParamsFromCfg(parser, 0, &meta, 0, 2, &instance, 0),
-              TAV_OK);
-    EXPECT_EQ(instance.ev[0].unsharp_level, 50);
-    EXPECT_EQ(instance.ev[1].hfe_black_level, -64);  // group 1: defaults
-    EXPECT_EQ(instance.ev[2].hfe_black_level, 0);    // past num_evs: cleared
-
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_internal_updateParamsFromCfg(parser, 0, &meta, 0, 0, &instance, 1),
-              TAV_ERROR_PARAM);
-    log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find("E/TAVRIN: Failed to get default params, errno = 80000001\n"),
-              std::string::npos)
-        << log;
-}
-
 }  // namespace

@@ -104,41 +104,6 @@ TEST(Burst, NoiseVarianceFollowsGainAndReadNoise) {
     EXPECT_DOUBLE_EQ(tavtool::noiseForIso(800).gain, 8 * tavtool::noiseForIso(100).gain);
 }
 
-TEST(Burst, IntegerShiftMovesPixelsExactlyAndTruthIsThePhotograph) {
-    const RgbImage photo = smoothPhoto(120, 90);
-    BurstConfig c = quietConfig();
-    c.frames = 2;
-    c.factor = 1;
-    c.zoom = 1.0;
-    c.margin = 8;
-    c.supersample = 1;
-    c.motions.resize(2);
-    c.motions[1].dx = 3;
-    c.motions[1].dy = -2;
-    Burst b;
-    std::string error;
-    ASSERT_TRUE(tavtool::makeBurst(photo, c, &b, &error)) << error;
-    const RgbImage& f = b.frames[1];
-    for (int32_t y = 0; y < f.height; ++y)
-        for (int32_t x = 0; x < f.width; ++x)
-            for (int ch = 0; ch < 3; ++ch)
-                ASSERT_EQ(
-                    f.rgb[(size_t(y) * f.width + x) * 3 + ch],
-                    photo.rgb[(size_t(b.origin_y + y + 2) * photo.width + b.origin_x + x - 3) * 3 +
-                              ch])
-                    << x << "," << y;
-    // At zoom equal to the factor the truth is the photograph's own pixels.
-    c.factor = 2;
-    c.zoom = 0.0;
-    c.supersample = 4;
-    ASSERT_TRUE(tavtool::makeBurst(photo, c, &b, &error)) << error;
-    ASSERT_EQ(b.truth.width, 2 * b.frame_width);
-    for (int32_t y = 0; y < b.truth.height; ++y)
-        for (int32_t x = 0; x < b.truth.width; ++x)
-            ASSERT_EQ(b.truth.rgb[(size_t(y) * b.truth.width + x) * 3],
-                      photo.rgb[(size_t(b.origin_y + y) * photo.width + b.origin_x + x) * 3]);
-}
-
 TEST(Burst, KnownShiftsReadBackFromTheManifestMapTheBaseFrameOntoEachFrame) {
     const RgbImage photo = smoothPhoto(400, 300);
     BurstConfig c = quietConfig();
