@@ -94,29 +94,4 @@ TEST(BlockSearch, MovesTheTransformByTheOffsetFound) {
     EXPECT_EQ(t.m[2], 0.0);
 }
 
-TEST(BlockSearch, FlatFramesAreConfidentAndStayPut) {
-    Heap heap(1 << 20);
-    Estimator e(&heap.pool);
-    TestImage a(&heap.pool, 29, 21, TAV_SR2_FMT_UINT8);
-    TestImage b(&heap.pool, 29, 21, TAV_SR2_FMT_UINT8);
-    fill(&a.img, [](int32_t, int32_t) { return (uint8_t)128; });
-    fill(&b.img, [](int32_t, int32_t) { return (uint8_t)128; });
-    tav_sr2_BlockMatch match;
-    tav_sr2_BlockSearch_run(&a.img, &b.img, 0, 0, 5, &match);
-    EXPECT_EQ(match.confidence, 0);
-    EXPECT_EQ(match.dx, 0);
-    EXPECT_EQ(match.dy, 0);
-    tav_sr2_Trans2D t;
-    tav_sr2_Trans2D_identity(&t);
-    ASSERT_EQ(tav_sr2_Align_blockSearch(&e.est, &t, &a.img, &b.img), TAV_OK);
-    EXPECT_EQ(e.est.status, 0u);
-    EXPECT_EQ(t.m[2], 0.0);
-    EXPECT_EQ(t.m[5], 0.0);
-    // Flat but different brightness: every offset has the same mean, the first one stays.
-    fill(&b.img, [](int32_t, int32_t) { return (uint8_t)140; });
-    tav_sr2_BlockSearch_run(&a.img, &b.img, 0, 0, 5, &match);
-    EXPECT_EQ(match.dx, 0);
-    EXPECT_EQ(match.confidence, (int32_t)(((12 * 29 * 21) << 15) / (29 * 21)));
-}
-
 }  // namespace

@@ -44,45 +44,6 @@ TEST(Templates, GradientTemplateHoldsNegatedDifferencesAndDirectSums) {
     EXPECT_EQ(t.sum_gy_i, 32 * sum_y);
 }
 
-TEST(Templates, GradientTemplateRefusesFlatPatchesStraightEdgesAndBorders) {
-    Heap heap(1 << 20);
-    TestImage img(&heap.pool, 40, 40, TAV_SR2_FMT_UINT8);
-    tav_sr2_GradientTemplate t;
-    fill(&img.img, [](int32_t, int32_t) { return (uint8_t)90; });
-    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 20, 20), TAV_ERROR_GENERIC);
-    // A vertical edge: all energy in gx.
-    fill(&img.img, [](int32_t x, int32_t) { return (uint8_t)(x < 20 ? 30 : 220); });
-    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 20, 20), TAV_ERROR_GENERIC);
-    // A strong edge with a faint ripple across it: Syy below a 32nd of Sxx is still an edge.
-    fill(&img.img,
-         [](int32_t x, int32_t y) { return (uint8_t)((x < 20 ? 30 : 220) + ((y & 1) ? 3 : 0)); });
-    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 20, 20), TAV_ERROR_GENERIC);
-    // A corner of a bright quadrant is kept.
-    fill(&img.img, [](int32_t x, int32_t y) { return (uint8_t)(x >= 20 && y >= 20 ? 220 : 30); });
-    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 20, 20), TAV_OK);
-    // Four pixels to every edge are needed: 4 and width - 5 are the last accepted.
-    fillTexture(&img.img, 5);
-    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 4, 35), TAV_OK);
-    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 3, 20), TAV_ERROR_GENERIC);
-    EXPECT_EQ(tav_sr2_GradientTemplate_make(&t, &img.img, 20, 36), TAV_ERROR_GENERIC);
-}
-
-TEST(Templates, PixelTemplateMeanIsQ16) {
-    Heap heap(1 << 20);
-    TestImage img(&heap.pool, 20, 20, TAV_SR2_FMT_UINT8);
-    for (uint8_t value : {0, 1, 134, 255}) {
-        fill(&img.img, [&](int32_t x, int32_t y) { return (uint8_t)(value ^ ((x + y) & 1)); });
-        tav_sr2_PixelTemplate t;
-        ASSERT_EQ(tav_sr2_PixelTemplate_make(&t, &img.img, 10, 10), TAV_OK);
-        int64_t sum = 0;
-        for (int32_t i = 0; i < 49; ++i) {
-            EXPECT_EQ(t.p[i], pixelOf(&img.img, 7 + i % 7, 7 + i / 7));
-            sum += t.p[i];
-        }
-        EXPECT_NEAR((double)t.mean, sum * 65536.0 / 49.0, 1.0);
-    }
-}
-
 TEST(Templates, BuildSkipsBordersAndRefusalsWithoutGaps) {
     Heap heap(1 << 20);
     TestImage img(&heap.pool, 60, 50, TAV_SR2_FMT_UINT8);

@@ -87,66 +87,6 @@ TEST(Tracking, GradientMatcherRecoversSubPixelShifts) {
     EXPECT_EQ(still.matched, 0);
 }
 
-TEST(Tracking, PixelMatcherFindsTheNearestWholePixel) {
-    Heap heap(8 << 20);
-    const Texture texture(4);
-    TestImage a(&heap.pool, 200, 150, TAV_SR2_FMT_UINT8);
-    TestImage b(&heap.pool, 200, 150, TAV_SR2_FMT_UINT8);
-    fillShifted(&a.img, texture, 0.0, 0.0);
-    fillShifted(&b.img, texture, 2.0, -1.0);
-    Errors exact = trackShift(&heap.pool, &a.img, &b.img, 2.0, -1.0, 1, 3);
-    ASSERT_GT(exact.templates, 100);
-    EXPECT_GT(exact.matched, exact.templates * 9 / 10);
-    EXPECT_EQ(exact.quantile(0.9), 0.0);
-    fillShifted(&b.img, texture, -1.3, 2.4);
-    Errors near = trackShift(&heap.pool, &a.img, &b.img, -1.3, 2.4, 1, 3);
-    EXPECT_LT(near.quantile(0.9), 0.71);  // within half a pixel in each direction
-}
-
-// A grey plane of a photograph, reduced 2 x 2 by box means over pixels shifted by (sx, sy): the
-// content moves by exactly (sx / 2, sy / 2) reduced pixels.
-bool readReducedPhoto(const std::string& path, int32_t sx, int32_t sy, tav_sr2_Image* out) {
-    png_image image = {};
-    image.version = PNG_IMAGE_VERSION;
-    if (!png_image_begin_read_from_file(&image, path.c_str())) return false;
-    image.format = PNG_FORMAT_GRAY;
-    std::vector<uint8_t> grey(PNG_IMAGE_SIZE(image));
-    if (!png_image_finish_read(&image, nullptr, grey.data(), 0, nullptr)) return false;
-    const int32_t w = (int32_t)image.width;
-    fill(out, [&](int32_t x, int32_t y) {
-        int32_t sum = 0;
-        for (int32_t v = 0; v < 2; ++v) {
-            for (int32_t u = 0; u < 2; ++u)
-                sum += grey[(size_t)(2 * y + v + 8 - sy) * w + 2 * x + u + 8 - sx];
-        }
-        return (uint8_t)((sum + 2) / 4);
-    });
-    return true;
-}
-
-TEST(Tracking, RecoversTheShiftOfAPhotograph) {
-    const char* dir = getenv("TAVRIN_SHARED_DATA");
-    const std::string path = std::string(dir ? dir : "") + "/photos/kodak/kodim23.png";
-    Heap heap(8 << 20);
-    TestImage a(&heap.pool, 180, 160, TAV_SR2_FMT_UINT8);
-    TestImage b(&heap.pool, 180, 160, TAV_SR2_FMT_UINT8);
-    if (dir == nullptr || !readReducedPhoto(path, 0, 0, &a.img)) {
-        GTEST_SKIP() << "no photograph at " << path;
-    }
-    ASSERT_TRUE(readReducedPhoto(path, 3, -1, &b.img));
-    // Every corner a gradient template: sub-pixel accuracy on real content.
-    Errors gradient = trackShift(&heap.pool, &a.img, &b.img, 1.5, -0.5, 0, 3);
-    ASSERT_GT(gradient.templates, 50);
-    EXPECT_GT(gradient.matched, gradient.templates * 7 / 10);
-    EXPECT_LT(gradient.median(), 0.15);
-    EXPECT_LT(gradient.quantile(0.8), 0.35);
-    // The engine's mix: weak corners become pixel templates and land on a whole pixel next to
-    // the truth, half a pixel off in each direction.
-    Errors mixed = trackShift(&heap.pool, &a.img, &b.img, 1.5, -0.5, 4, 3);
-    EXPECT_GT(mixed.matched, mixed.templates * 7 / 10);
-    EXPECT_LT(mixed.median(), 0.71);
-}
-
 // A template with one tap, gx = -1 at the centre, over columns 0 and 32 at the window's centre
 // column and the one after: the step is (-32 fx - sum) / half, a reflection about fx = 16.
 struct OneTap {

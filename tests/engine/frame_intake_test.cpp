@@ -37,13 +37,6 @@ void fillNoise(tav_sr2_Image* im, std::mt19937& rng, int spread) {
     }
 }
 
-tav_sr2_Image view(const tav_sr2_Image* src, int32_t x, int32_t y, int32_t w, int32_t h) {
-    tav_sr2_Image v;
-    tav_sr2_Image_init(&v, nullptr);
-    EXPECT_EQ(tav_sr2_Image_viewPlane0(&v, src, x, y, w, h), TAV_OK);
-    return v;
-}
-
 struct PipelineRig {
     Heap heap{64u << 20};
     Workers workers{&heap.pool, 3};
@@ -56,71 +49,6 @@ struct PipelineRig {
         p->restart_pending = 1;
     }
 };
-
-TEST(PipelineAddImage, ScoresEachFrameAndResetsTheRunOnce) {
-    PipelineRig rig;
-    tav_sr2_Pipeline* p = rig.p.get();
-    p->frame_count = 5;  // left over from a run before
-    p->order_ready = 1;
-    p->align_fail_count = 2;
-    p->tuning.eval_blur_shrink_ratio = 0;
-    p->tuning.removebrightnessdiff_image_enable = 1;
-    std::mt19937 rng(9);
-    TestImage frame(&rig.heap.pool, 200, 120, TAV_SR2_FMT_YUV420_SEMIPLANAR);
-    fillNoise(&frame.img, rng, 60);
-    tav_sr2_Image clip;
-    tav_sr2_Image_init(&clip, nullptr);
-    ASSERT_EQ(tav_sr2_Image_crop(&clip, &frame.img, 8, 4, 160, 100), TAV_OK);
-    const uint32_t in_use = tav_sr2_MemPool_inUse(&rig.heap.pool);
-
-    // Full size: the centre half of the crop's luma.
-    ASSERT_EQ(tav_sr2_Pipeline_addImage(p, &clip), TAV_OK);
-    EXPECT_EQ(p->frame_count, 1);
-    EXPECT_EQ(p->restart_pending, 0);
-    EXPECT_EQ(p->order_ready, 0);
-    EXPECT_EQ(p->align_fail_count, 0);
-    EXPECT_EQ(p->images[0].plane[0], clip.plane[0]);
-    const tav_sr2_Image luma = view(&clip, 0, 0, 160, 100);
-    const tav_sr2_Image centre = view(&luma, 40, 25, 80, 50);
-    EXPECT_EQ((uint32_t)p->sharpness[0], referenceScore(centre, kSigma * std::sqrt(2.0), kSigma));
-    EXPECT_EQ(p->brightness[0], referenceBrightness(luma));
-
-    // Shrunk by 2 first: the centre half of the 80 x 50 copy.
-    p->tuning.eval_blur_shrink_ratio = 1;
-    ASSERT_EQ(tav_sr2_Pipeline_addImage(p, &clip), TAV_OK);
-    EXPECT_EQ(p->frame_count, 2);
-    {
-        TestImage small(&rig.heap.pool, 80, 50, TAV_SR2_FMT_UINT8);
-        const tav_sr2_ImageCtx ctx = {&rig.heap.pool, nullptr, nullptr};
-        ASSERT_EQ(tav_sr2_Image_resize(&ctx, &small.img, &luma), TAV_OK);
-        const tav_sr2_Image small_centre = view(&small.img, 20, 12, 40, 25);
-        EXPECT_EQ((uint32_t)p->sharpness[1],
-                  referenceScore(small_centre, kSigma * std::sqrt(2.0), kSigma));
-    }
-    EXPECT_GT(p->sharpness[0], 0);
-
-    // Scores that are not asked for are 0, whatever the slot held.
-    p->tuning.select_frame = 0;
-    p->tuning.removebrightnessdiff_image_enable = 0;
-    p->sharpness[2] = 77;
-    p->brightness[2] = 77.0f;
-    ASSERT_EQ(tav_sr2_Pipeline_addImage(p, &clip), TAV_OK);
-    EXPECT_EQ(p->sharpness[2], 0);
-    EXPECT_EQ(p->brightness[2], 0.0f);
-
-    // All slots taken: refused, nothing counted. Every scratch image went back to the pool.
-    EXPECT_EQ(tav_sr2_Pipeline_addImage(p, &clip), TAV_ERROR_STATE);
-    EXPECT_EQ(p->frame_count, 3);
-    EXPECT_EQ(tav_sr2_MemPool_inUse(&rig.heap.pool), in_use);
-
-    // The next run starts over with its first frame only.
-    p->restart_pending = 1;
-    ASSERT_EQ(tav_sr2_Pipeline_addImage(p, &clip), TAV_OK);
-    ASSERT_EQ(tav_sr2_Pipeline_addImage(p, &clip), TAV_OK);
-    EXPECT_EQ(p->frame_count, 2);
-    EXPECT_EQ(tav_sr2_Pipeline_addImage(nullptr, &clip), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Pipeline_addImage(p, nullptr), TAV_ERROR_PARAM);
-}
 
 #ifdef TAVRIN_FAULT_INJECTION
 TEST(PipelineAddImage, AllocationFailuresLeaveNoTrace) {

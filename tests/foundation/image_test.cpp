@@ -181,32 +181,6 @@ TEST_F(ImageTest, ExhaustedMemoryLeavesNoBlock) {
     EXPECT_EQ(tav_sr2_Image_finish(&from), TAV_OK);
 }
 
-TEST_F(ImageTest, WrapBufferLaysPlanesInTheCallerBuffer) {
-    const int32_t total = (int32_t)layoutOf(6, 5, TAV_SR2_FMT_YUV420_PLANAR).total;
-    std::vector<uint8_t> buf(total);
-    tav_sr2_Image img;
-    tav_sr2_Image_init(&img, &pool_);
-    EXPECT_EQ(tav_sr2_Image_wrapBuffer(&img, 6, 5, buf.data(), total - 1, 47), TAV_ERROR_PARAM);
-    ASSERT_EQ(tav_sr2_Image_wrapBuffer(&img, 6, 5, buf.data(), total, 47), TAV_OK);
-    EXPECT_EQ(img.external, 1u);
-    EXPECT_EQ(img.pool, &pool_);
-    EXPECT_EQ(img.plane[0], buf.data());
-    EXPECT_EQ(img.plane[1], buf.data() + layoutOf(6, 5, 47).size[0]);
-    EXPECT_EQ(img.plane[2], img.plane[1] + layoutOf(6, 5, 47).size[1]);
-    EXPECT_EQ(img.plane[2] + layoutOf(6, 5, 47).size[2], buf.data() + total);
-    EXPECT_EQ(img.pitch[1], 3);
-    EXPECT_EQ(tav_sr2_MemPool_inUse(&pool_), base_);
-    ASSERT_EQ(tav_sr2_Image_wrapBuffer(&img, 6, 5, buf.data(), total, 0), TAV_OK);
-    EXPECT_EQ(img.plane[0], nullptr);
-    EXPECT_EQ(tav_sr2_Image_wrapBuffer(nullptr, 6, 5, buf.data(), total, 1), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Image_wrapBuffer(&img, 6, 5, nullptr, total, 1), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Image_wrapBuffer(&img, 6, 5, buf.data(), -1, 0), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Image_wrapBuffer(&img, 6, 5, buf.data(), total, 90), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Image_wrapBuffer(&img, -6, 5, buf.data(), total, 1), TAV_ERROR_PARAM);
-    // Finishing a wrapped image releases nothing.
-    EXPECT_EQ(tav_sr2_Image_finish(&img), TAV_OK);
-}
-
 TEST_F(ImageTest, CropChecksItsSourceAndRectangle) {
     Wrapped nv(12, 8, TAV_SR2_FMT_YUV420_SEMIPLANAR);
     Wrapped packed(12, 8, TAV_SR2_FMT_YUV10B_PACKED_LE_420S);

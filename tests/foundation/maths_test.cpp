@@ -153,19 +153,6 @@ TEST_F(MathsTest, TrigonometryAgainstLibm) {
     EXPECT_EQ(tav_sr2_acos(1.0), 0.0);
 }
 
-TEST_F(MathsTest, HyperbolicAgainstLibm) {
-    for (int i = 0; i < kSamples; ++i) {
-        double x = uniform(-30.0, 30.0);
-        double c = std::cosh(x);
-        double bound = 1e-15 * (1 + std::fabs(x)) * c;
-        ASSERT_LE(std::fabs(tav_sr2_cosh(x) - c), bound) << x;
-        ASSERT_LE(std::fabs(tav_sr2_sinh(x) - std::sinh(x)), bound) << x;
-        ASSERT_LE(std::fabs(tav_sr2_tanh(x) - std::tanh(x)), 1e-15) << x;
-    }
-    EXPECT_EQ(tav_sr2_tanh(400.0), 1.0);  // past the overflow of e^2x
-    EXPECT_EQ(tav_sr2_cosh(800.0), kInf);
-}
-
 // Floor of the square root by definition: r^2 <= n < (r + 1)^2.
 bool isFloorSqrt(int32_t n, int32_t r) {
     int64_t r64 = r;

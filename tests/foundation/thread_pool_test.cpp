@@ -178,37 +178,6 @@ uint32_t markIndex(void* arg, int32_t i) {
     return i % 100 == 42 ? 0x8u : 0u;
 }
 
-TEST(ThreadPoolTest, OwnThreadsStartLazilyAndShareTheWork) {
-    Own o;
-    EXPECT_EQ(o.tp.caller_is_worker, 1);
-    EXPECT_EQ(o.tp.thread_limit, 0);
-    o.tp.thread_limit = 3;
-    ASSERT_EQ(tav_sr2_ThreadPool_start(&o.tp, 8, 16), TAV_OK);
-    EXPECT_EQ(tav_sr2_ThreadPool_threadCount(&o.tp), 4);
-    EXPECT_EQ(o.tp.started_threads, 0);  // nothing runs before the first post
-    std::vector<std::atomic<int>> runs(16);
-    std::atomic<int> outside{0};
-    uint32_t want = 0;
-    for (int32_t i = 0; i < 16; ++i) {
-        JobArg arg{i, i == 9 ? TAV_ERROR_IO : 0u, runs.data(), &o.pool, &outside};
-        want |= arg.result;
-        ASSERT_EQ(tav_sr2_ThreadPool_post(&o.tp, recordJob, &arg, sizeof(arg)), TAV_OK);
-    }
-    EXPECT_EQ(o.tp.started_threads, 3);
-    JobArg extra{0, 0, runs.data(), &o.pool, &outside};
-    EXPECT_EQ(tav_sr2_ThreadPool_post(&o.tp, recordJob, &extra, sizeof(extra)), TAV_ERROR_STATE);
-    EXPECT_EQ(tav_sr2_ThreadPool_join(&o.tp), want);
-    for (auto& r : runs)
-        EXPECT_EQ(r.load(), 1);
-    EXPECT_EQ(outside.load(), 0);
-
-    std::vector<std::atomic<int>> seen(1000);
-    EXPECT_EQ(tav_sr2_ThreadPool_parallelFor(&o.tp, markIndex, seen.data(), 1000), 0x8u);
-    for (auto& s : seen)
-        ASSERT_EQ(s.load(), 1);
-    EXPECT_EQ(tav_sr2_ThreadPool_parallelFor(&o.tp, markIndex, seen.data(), 0), TAV_OK);
-}
-
 TEST(ThreadPoolTest, OwnModeWithoutThreadsRunsOnJoinAndCancelSkips) {
     Own o;  // thread_limit 0: the caller does everything when it joins
     ASSERT_EQ(tav_sr2_ThreadPool_start(&o.tp, 4, 8), TAV_OK);

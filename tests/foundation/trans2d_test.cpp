@@ -102,49 +102,6 @@ TEST_F(Trans2DTest, InvertFailsOnSingularTransforms) {
     EXPECT_NEAR(out.m[8], 5e5, 1e-6);
 }
 
-TEST_F(Trans2DTest, NormalizeAndRescale) {
-    for (int i = 0; i < 300; ++i) {
-        tav_sr2_Trans2D t = randomHomography(), n;
-        t.extra[1] = 0.25;
-        ASSERT_EQ(tav_sr2_Trans2D_normalize(&n, &t), TAV_OK);
-        EXPECT_NEAR(n.m[0] * n.m[0] + n.m[4] * n.m[4] + n.m[8] * n.m[8], 1.0, 1e-14);
-        EXPECT_EQ(n.extra[1], 0.25);
-        expectSameMapping(n, t, 1e-9);
-
-        // S t S^-1 maps S p to S t(p): the same motion seen at another scale and origin.
-        double s = uniform(0.25, 4.0);
-        double offset[2] = {uniform(-500, 500), uniform(-500, 500)};
-        tav_sr2_Trans2D scaled, back;
-        ASSERT_EQ(tav_sr2_Trans2D_rescale(&scaled, &t, offset, 0, s), TAV_OK);
-        EXPECT_NEAR(
-            scaled.m[0] * scaled.m[0] + scaled.m[4] * scaled.m[4] + scaled.m[8] * scaled.m[8], 1.0,
-            1e-14);
-        for (int p = 0; p < 8; ++p) {
-            double x = uniform(0, 4000), y = uniform(0, 3000), tx, ty, sx, sy;
-            tav_sr2_Trans2D_apply(&t, &tx, &ty, x, y);
-            tav_sr2_Trans2D_apply(&scaled, &sx, &sy, s * x + offset[0], s * y + offset[1]);
-            ASSERT_NEAR(sx, s * tx + offset[0], 1e-8 * s * 4000);
-            ASSERT_NEAR(sy, s * ty + offset[1], 1e-8 * s * 4000);
-        }
-        // The inverse flag undoes it.
-        ASSERT_EQ(tav_sr2_Trans2D_rescale(&back, &scaled, offset, 1, s), TAV_OK);
-        expectSameMapping(back, t, 1e-8);
-        for (int k = 0; k < 9; ++k)
-            EXPECT_NEAR(back.m[k], n.m[k], 1e-12);
-
-        // A null offset is the origin: a pure scale.
-        ASSERT_EQ(tav_sr2_Trans2D_rescale(&scaled, &t, nullptr, 1, s), TAV_OK);
-        double tx, ty, sx, sy, x = uniform(0, 4000), y = uniform(0, 3000);
-        tav_sr2_Trans2D_apply(&t, &tx, &ty, x, y);
-        tav_sr2_Trans2D_apply(&scaled, &sx, &sy, x / s, y / s);
-        EXPECT_NEAR(sx, tx / s, 1e-8 * 4000);
-        EXPECT_NEAR(sy, ty / s, 1e-8 * 4000);
-    }
-    tav_sr2_Trans2D zero = {}, out;
-    EXPECT_EQ(tav_sr2_Trans2D_normalize(&out, &zero), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Trans2D_rescale(&out, &zero, nullptr, 0, 0.0), TAV_ERROR_PARAM);
-}
-
 // Nearest integer with halves away from zero, when v is not within 1e-6 of a half.
 bool referenceRound(long double v, int32_t* out) {
     long double f = std::floor(v);

@@ -266,43 +266,6 @@ TEST_F(Instance, FramesGroupByExposureAndIsoWithSeveralGroups) {
 // ---------------------------------------------------------------------------------------------
 // Init
 
-TEST_F(Instance, InitRefusesWhatTheInstanceCannotServe) {
-    struct Bad {
-        const char* what;
-        void (*spoil)(tavrin_KELD_InitParams*);
-    };
-    const Bad bad[] = {
-        {"output narrower", [](tavrin_KELD_InitParams* p) { p->output_width = 318; }},
-        {"output lower", [](tavrin_KELD_InitParams* p) { p->output_height = 238; }},
-        {"no groups", [](tavrin_KELD_InitParams* p) { p->num_evs = 0; }},
-        {"six groups", [](tavrin_KELD_InitParams* p) { p->num_evs = 6; }},
-        {"zoom below 1", [](tavrin_KELD_InitParams* p) { p->zoom_ratio = 0.99f; }},
-        {"zoom above 30", [](tavrin_KELD_InitParams* p) { p->zoom_ratio = 30.5f; }},
-        {"format 100", [](tavrin_KELD_InitParams* p) { p->format = 100; }},
-        {"21 frames", [](tavrin_KELD_InitParams* p) { p->num_max_ev = 21; }},
-        {"stride 0", [](tavrin_KELD_InitParams* p) { p->stride = 0; }},
-    };
-    for (const Bad& b : bad) {
-        tavrin_KELD_InitParams p = params();
-        b.spoil(&p);
-        tavrin_KELD_Obj* sentinel = reinterpret_cast<tavrin_KELD_Obj*>(0x1234);
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(TavrinKELD_internal_init(&sentinel, &p), TAV_ERROR_PARAM) << b.what;
-        const std::string log = testing::internal::GetCapturedStderr();
-        EXPECT_TRUE(contains(log, ":TavrinKELD_internal_init(): Error params\n")) << b.what;
-        EXPECT_EQ(sentinel, reinterpret_cast<tavrin_KELD_Obj*>(0x1234)) << b.what;
-    }
-    // Zoom at both limits is taken.
-    for (float zoom : {1.0f, 30.0f}) {
-        tavrin_KELD_InitParams p = params();
-        p.zoom_ratio = zoom;
-        tavrin_KELD_Obj* obj = nullptr;
-        EXPECT_EQ(TavrinKELD_internal_init(&obj, &p), TAV_OK) << zoom;
-        EXPECT_EQ(TavrinKELD_internal_uninit(&obj), TAV_OK);
-        EXPECT_EQ(obj, nullptr);
-    }
-}
-
 TEST_F(Instance, MergeLimitFromPropertyOrDefault) {
     const struct {
         const char* property;

@@ -52,28 +52,6 @@ BurstConfig quietConfig() {
     return c;
 }
 
-TEST(Burst, SameSeedSameBytesOtherSeedOtherFrames) {
-    const RgbImage photo = smoothPhoto(200, 150);
-    BurstConfig c;
-    c.frames = 4;
-    c.seed = 11;
-    c.ghosts = 1;
-    Burst a, b, other;
-    std::string error;
-    ASSERT_TRUE(tavtool::makeBurst(photo, c, &a, &error)) << error;
-    ASSERT_TRUE(tavtool::makeBurst(photo, c, &b, &error)) << error;
-    c.seed = 12;
-    ASSERT_TRUE(tavtool::makeBurst(photo, c, &other, &error)) << error;
-    for (int k = 0; k < 4; ++k)
-        EXPECT_EQ(a.frames[k].rgb, b.frames[k].rgb) << k;
-    EXPECT_EQ(a.truth.rgb, b.truth.rgb);
-    EXPECT_NE(a.frames[1].rgb, other.frames[1].rgb);
-    EXPECT_NE(a.motions[1].dx, other.motions[1].dx);
-    // The base frame never moves.
-    EXPECT_EQ(a.motions[0].dx, 0.0);
-    EXPECT_EQ(a.homographies[0].m[2], 0.0);
-}
-
 TEST(Burst, NoiseVarianceFollowsGainAndReadNoise) {
     for (uint16_t level : {40, 200}) {
         BurstConfig c;
@@ -196,57 +174,6 @@ TEST(Burst, MovingPatchesChangeOnlyTheirSquareAndSitInTheTruthAtTheBasePosition)
     const double sy = ty + ghosted.origin_y - g.y0 + g.src_y;
     EXPECT_NEAR(ghosted.truth.rgb[(size_t(ty) * ghosted.truth.width + tx) * 3],
                 channel(photo, sx, sy, 0), 1.0);
-}
-
-TEST(Burst, ManifestReadsBackExactlyAndNamesABadLine) {
-    const RgbImage photo = smoothPhoto(160, 120);
-    BurstConfig c;
-    c.frames = 3;
-    c.ghosts = 2;
-    c.seed = 77;
-    Burst b;
-    std::string error;
-    ASSERT_TRUE(tavtool::makeBurst(photo, c, &b, &error)) << error;
-    const tavtool::Manifest m =
-        tavtool::manifestOf(b, "some photo.png", {"f0.png", "f1.png", "f2.png"}, "t.png", 4000);
-    char dir_pattern[] = "/tmp/tavrin_manifest_XXXXXX";
-    const std::string dir = mkdtemp(dir_pattern);
-    const std::string path = dir + "/manifest.txt";
-    ASSERT_TRUE(tavtool::writeManifest(path, m, &error)) << error;
-    tavtool::Manifest r;
-    ASSERT_TRUE(tavtool::readManifest(path, &r, &error)) << error;
-    EXPECT_EQ(r.source, "some photo.png");
-    EXPECT_EQ(r.seed, 77u);
-    EXPECT_EQ(r.truth_width, b.truth_width);
-    EXPECT_EQ(r.exposure, 4000);
-    EXPECT_EQ(r.noise.gain, b.config.noise.gain);
-    ASSERT_EQ(r.frames.size(), 3u);
-    for (int k = 0; k < 3; ++k) {
-        EXPECT_EQ(r.frames[k].file, m.frames[k].file);
-        for (int i = 0; i < 9; ++i)
-            EXPECT_EQ(r.frames[k].h.m[i], b.homographies[k].m[i]);
-        EXPECT_EQ(r.frames[k].motion.angle_deg, b.motions[k].angle_deg);
-    }
-    ASSERT_EQ(r.ghosts.size(), 2u);
-    EXPECT_EQ(r.ghosts[1].vy, b.ghosts[1].vy);
-    EXPECT_EQ(tavtool::manifestFile(path, "f0.png"), dir + "/f0.png");
-    EXPECT_EQ(tavtool::manifestFile("manifest.txt", "f0.png"), "f0.png");
-
-    std::string text;
-    {
-        std::ifstream in(path);
-        text.assign(std::istreambuf_iterator<char>(in), {});
-    }
-    const long bad_line = std::count(text.begin(), text.end(), '\n') + 1;
-    std::ofstream(path, std::ios::app) << "frame 1 f1.png 1 0 0\n";
-    EXPECT_FALSE(tavtool::readManifest(path, &r, &error));
-    EXPECT_NE(error.find(":" + std::to_string(bad_line) + ": malformed 'frame'"), std::string::npos)
-        << error;
-    std::ofstream(path) << "format tavrin-burst 1\nframe_size 4 4\n";
-    EXPECT_FALSE(tavtool::readManifest(path, &r, &error));
-    EXPECT_NE(error.find("not a complete"), std::string::npos);
-    unlink(path.c_str());
-    rmdir(dir.c_str());
 }
 
 }  // namespace
