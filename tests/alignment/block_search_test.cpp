@@ -20,43 +20,6 @@ using tav_align_test::pixelOf;
 using tav_fixtures::Heap;
 using tav_fixtures::TestImage;
 
-// Mean absolute difference of a over b shifted by (dx, dy), as sum and area.
-std::pair<int64_t, int64_t> overlapCost(const tav_sr2_Image* a, const tav_sr2_Image* b, int32_t dx,
-                                        int32_t dy) {
-    int64_t s = 0, n = 0;
-    for (int32_t y = 0; y < a->height; ++y) {
-        for (int32_t x = 0; x < a->width; ++x) {
-            if (x + dx < 0 || y + dy < 0 || x + dx >= b->width || y + dy >= b->height) continue;
-            s += std::abs(pixelOf(a, x, y) - pixelOf(b, x + dx, y + dy));
-            ++n;
-        }
-    }
-    return {s, n};
-}
-
-TEST(BlockSearch, FindsTheLowestMeanDifference) {
-    Heap heap(1 << 20);
-    TestImage a(&heap.pool, 29, 21, TAV_SR2_FMT_UINT8);
-    TestImage b(&heap.pool, 29, 21, TAV_SR2_FMT_UINT8);
-    for (uint32_t seed = 1; seed <= 6; ++seed) {
-        fillRandom(&a.img, seed);
-        fillRandom(&b.img, seed + 100);
-        tav_sr2_BlockMatch match;
-        tav_sr2_BlockSearch_run(&a.img, &b.img, 1, -1, 4, &match);
-        // No offset in the square has a strictly lower mean than the one found.
-        const auto found = overlapCost(&a.img, &b.img, match.dx, match.dy);
-        EXPECT_EQ(found.first, match.sum);
-        EXPECT_EQ(found.second, match.area);
-        for (int32_t dy = -5; dy <= 3; ++dy) {
-            for (int32_t dx = -3; dx <= 5; ++dx) {
-                const auto c = overlapCost(&a.img, &b.img, dx, dy);
-                EXPECT_GE(c.first * found.second, found.first * c.second) << dx << ", " << dy;
-            }
-        }
-        EXPECT_EQ(match.confidence, (int32_t)(((match.sum & 0x1ffff) << 15) / match.area));
-    }
-}
-
 struct Estimator {
     tav_sr2_MotionEstimator est;
     explicit Estimator(tav_sr2_MemPool* pool) { tav_sr2_MotionEstimator_init(&est, pool); }

@@ -130,41 +130,6 @@ TEST_F(KeldApi, InitChecksItsArgumentsSilently) {
     EXPECT_EQ(TavrinKELD_uninit(&none), TAV_ERROR_PARAM);
 }
 
-TEST_F(KeldApi, EveryFormatCodeInitsOrFailsCleanly) {
-    for (int32_t format = 1; format <= 99; format++) {
-        tavrin_KELD_PublicInitParams p = params();
-        p.format = format;
-        tavrin_KELD_Obj* handle = nullptr;
-        const uint64_t status = TavrinKELD_init(&handle, &p);
-        if (format == 48 || format == 49 || format == 62) {
-            EXPECT_EQ(status, TAV_OK) << format;
-        }
-        if (status == TAV_OK) {
-            EXPECT_NE(handle, nullptr) << format;
-            EXPECT_EQ(TavrinKELD_uninit(&handle), TAV_OK);
-        }
-        EXPECT_EQ(handle, nullptr) << format;
-    }
-}
-
-TEST_F(KeldApi, SetParamsChecksItsArguments) {
-    setLogLevel("1");
-    const tavrin_KELD_PublicInitParams p = params();
-    ASSERT_EQ(TavrinKELD_init(&handle_, &p), TAV_OK);
-    const tavrin_KELD_PublicMetaData no_iso = {0, 10, 0};
-    const tavrin_KELD_PublicMetaData good = {100, 10, 0};
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_setParamsByCfgFile(&handle_, &no_iso), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_setParamsByCfgFile(&handle_, nullptr), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_setParamsByCfgFile(nullptr, &good), TAV_ERROR_PARAM);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    // No parameter file was named at init.
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_setParamsByCfgFile(&handle_, &good), TAV_ERROR_PARAM);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "E/TAVRIN: params_cfg_file is NULL, please check it in init params.\n");
-}
-
 TEST_F(KeldApi, AddImageAndProcessCheckTheirArguments) {
     const tavrin_KELD_PublicInitParams p = params();
     ASSERT_EQ(TavrinKELD_init(&handle_, &p), TAV_OK);
@@ -177,30 +142,6 @@ TEST_F(KeldApi, AddImageAndProcessCheckTheirArguments) {
     EXPECT_EQ(addFrame(&frame, 0, 10), TAV_ERROR_PARAM);
     EXPECT_EQ(TavrinKELD_process(&handle_, &image, nullptr), TAV_ERROR_PARAM);  // no frames
     EXPECT_EQ(TavrinKELD_process(&handle_, nullptr, nullptr), TAV_ERROR_PARAM);
-}
-
-TEST_F(KeldApi, BypassCopiesTheFirstFrame) {
-    keld_test_setProperty("debug.tavrin.keld.enable", "1");
-    keld_test_setProperty("debug.tavrin.keld.bypass", "1");
-    const tavrin_KELD_PublicInitParams p = params();
-    ASSERT_EQ(TavrinKELD_init(&handle_, &p), TAV_OK);
-    Frame first = Frame::scene(320, 240, 0, 0);
-    for (size_t i = 320 * 240; i < first.pixels.size(); i++)
-        first.pixels[i] = uint8_t(i % 97);
-    Frame second = Frame::scene(320, 240, 5, 5);
-    ASSERT_EQ(addFrame(&first, 100, 10), TAV_OK);
-    ASSERT_EQ(addFrame(&second, 100, 10), TAV_OK);
-    Frame out(320, 240, 0);
-    tavrin_KELD_Image output = out.image();
-    tavrin_KELD_ProcessResult result = {-7, -7};
-    EXPECT_EQ(TavrinKELD_process(&handle_, &output, &result), TAV_OK);
-    EXPECT_EQ(out.pixels, first.pixels);
-    EXPECT_EQ(result.base_id, -7);  // nothing else ran
-    // Nothing was cleared: the frames are still there for another call.
-    Frame again(320, 240, 0);
-    output = again.image();
-    EXPECT_EQ(TavrinKELD_process(&handle_, &output, nullptr), TAV_OK);
-    EXPECT_EQ(again.pixels, first.pixels);
 }
 
 // ---------------------------------------------------------------------------------------------

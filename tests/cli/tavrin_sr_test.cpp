@@ -33,10 +33,6 @@ std::string slurp(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-int lineCount(const std::string& text) {
-    return int(std::count(text.begin(), text.end(), '\n'));
-}
-
 // Lines of standard error that are not notes.
 std::vector<std::string> problems(const std::string& err) {
     std::vector<std::string> lines;
@@ -144,42 +140,6 @@ protected:
     std::string program_;
     std::string dir_;
 };
-
-TEST_F(TavrinSr, CommandLineErrorsExitTwoWithOneLineNamingTheProblem) {
-    const std::string f0 = writeFrame("a.png", scene(64, 48, 0, 0));
-    const std::string f1 = writeFrame("b.png", scene(64, 48, 1, 0));
-    const std::string out = file("out.png");
-    std::vector<std::string> eleven(11, f0);
-    eleven.insert(eleven.end(), {"-o", out});
-    struct Case {
-        std::vector<std::string> args;
-        const char* says;
-    } cases[] = {
-        {{"--bogus", f0, "-o", out}, "unknown option '--bogus'"},
-        {{f0, "-o", out, "--zoom"}, "'--zoom' needs a value"},
-        {{f0, "-o", out, "--zoom", "0.5"}, "bad value '0.5'"},
-        {{f0, "-o", out, "--zoom=2x"}, "bad value '2x'"},
-        {{f0, "-o", out, "--iso", "0"}, "--iso"},
-        {{f0, "-o", out, "--help=yes"}, "takes no value"},
-        {{f0, "-o", out, "--prop", "debug.tavrin.keld.enable"}, "key=value"},
-        {{f0, "-o", out, "--face", "5,5,5,9"}, "--face"},
-        {{f0}, "no output file"},
-        {{"-o", out}, "no input frames"},
-        {{f0, "-o", file("out.bmp")}, ".png, .jpg, .jpeg or .yuv"},
-        {{f0, f1, "-o", out, "--exposure", "100,200,300"}, "3 values for 2 frames"},
-        {{f0, f1, "-o", out, "--base", "2"}, "only 2 frames"},
-        {eleven, "at most 10"},
-    };
-    for (const Case& c : cases) {
-        const Outcome o = run(c.args);
-        EXPECT_EQ(o.code, 2) << c.says;
-        EXPECT_EQ(lineCount(o.err), 1) << o.err;
-        EXPECT_EQ(o.err.rfind("tavrin-sr: ", 0), 0u) << o.err;
-        EXPECT_NE(o.err.find(c.says), std::string::npos) << o.err;
-        EXPECT_TRUE(o.out.empty()) << o.out;
-    }
-    EXPECT_EQ(leftovers({f0, f1}), std::vector<std::string>{});
-}
 
 TEST_F(TavrinSr, BadInputExitsOneWithoutAnOutputFile) {
     const std::string f0 = writeFrame("a.png", scene(64, 48, 0, 0));

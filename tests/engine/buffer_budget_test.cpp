@@ -41,23 +41,6 @@ const int64_t kG = tav_sr2_SR2GLRender_fixedNeed(TAV_SR2_RENDER_SLOT_COUNT);
 // 200 bytes for each of the 48 textures, and the fixed 103424.
 const int64_t kFixed = 200 * 48 + 103424;
 
-TEST(BufferBudgetTest, RunTuningSetsTheInternalZoom) {
-    sr_tunning_param t = {};
-    tav_sr2_setRunTuning(&t, 4000, 3000, 4000, 3000, 2.4f);
-    EXPECT_NEAR(t.internal_zoom_ratio, 1.2, 1e-6);  // 2.4 / 2
-    EXPECT_EQ(t.output_width, 4000);
-    EXPECT_EQ(t.use_16bit, 1);  // a default from the tuning record
-    tav_sr2_setRunTuning(&t, 4000, 3000, 4000, 3000, 1.6f);
-    EXPECT_EQ(t.internal_zoom_ratio, 1.0);  // 0.8 raised to 1.0
-    tav_sr2_setRunTuning(&t, 4000, 3000, 4000, 3000, 7.0f);
-    EXPECT_EQ(t.internal_zoom_ratio, 1.5);  // 3.5 limited to 1.5
-    tav_sr2_setRunTuning(&t, 4000, 3000, 8000, 6000, 4.0f);
-    EXPECT_EQ(t.internal_zoom_ratio, 1.0);  // super zoom stays at 1.0
-    // Larger in one dimension only is an ordinary zoom.
-    tav_sr2_setRunTuning(&t, 4000, 3000, 8000, 3000, 4.0f);
-    EXPECT_EQ(t.internal_zoom_ratio, 1.5);
-}
-
 TEST(BufferBudgetTest, TermsOf4000x3000AtZoom1) {
     // Crop and area of interest 4000 x 3000, quarter 1000 x 750, internal zoom 1.0: iw 4000,
     // ih 3000.

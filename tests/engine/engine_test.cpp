@@ -213,34 +213,6 @@ TEST(EngineTest, OperationsCheckTheStateBits) {
     EXPECT_EQ(tav_sr2_finish(&e), TAV_OK);
 }
 
-TEST(EngineTest, ZoomCentreMustKeepTheWindowInTheFrame) {
-    Buffer buf = makeBuffer(kSmallBuffer);
-    InitArgs args;
-    args.zoom = 3.0f;  // window trunc(4000 / 3) = 1333 by 1000, half-widths 666.5 and 500
-    tav_sr2_Engine* e = nullptr;
-    ASSERT_EQ(args.init(&e, buf.get(), kSmallBuffer), TAV_OK);
-    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 666, 1500), TAV_ERROR_PARAM);   // 666 - 666.5 < 0
-    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 3334, 1500), TAV_ERROR_PARAM);  // 3334 + 666.5 > 4000
-    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 2000, 499), TAV_ERROR_PARAM);   // 499 - 500 < 0
-    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 2000, 2501), TAV_ERROR_PARAM);  // 2501 + 500 > 3000
-    // Refusals store nothing, not even the half that passed.
-    EXPECT_EQ(e->center_x, 2000);
-    EXPECT_EQ(e->center_y, 1500);
-    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 667, 500), TAV_OK);
-    EXPECT_EQ(tav_sr2_setZoomCenter(&e, 3333, 2500), TAV_OK);
-    EXPECT_EQ(e->center_x, 3333);
-    EXPECT_EQ(e->center_y, 2500);
-    // The work crop follows the centre: width 1733 & ~7 = 1728, (3333 - 864) & ~1 = 2468,
-    // cut by the frame at 4000; height (300 + 1000) & ~7 = 1296 from (2500 - 648) = 1852.
-    tav_sr2_Rect crop;
-    tav_sr2_Engine_workCrop(e, &crop);
-    EXPECT_EQ(crop.left, 2468);
-    EXPECT_EQ(crop.right, 4000);
-    EXPECT_EQ(crop.top, 1852);
-    EXPECT_EQ(crop.bottom, 3000);
-    EXPECT_EQ(tav_sr2_finish(&e), TAV_OK);
-}
-
 TEST(EngineTest, FinishReportsALeakAndKeepsTheEngine) {
     Buffer buf = makeBuffer(kSmallBuffer);
     InitArgs args;

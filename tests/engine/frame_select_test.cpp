@@ -120,35 +120,4 @@ TEST(ChooseFrames, MedianBrightness) {
     EXPECT_EQ(tav_sr2_medianBrightness(even, 0), 0.0f);
 }
 
-TEST(PipelineSelectFrames, ChoosesOnceAndCopiesTheStoredOrder) {
-    auto self = std::make_unique<tav_sr2_Pipeline>();
-    *self = {};
-    self->frame_count = 4;
-    self->merge_cap = 3;
-    self->tuning.base_id = -1;
-    self->tuning.select_frame = 1;
-    const int32_t sharp[] = {10, 40, 20, 30};
-    for (int i = 0; i < 4; ++i)
-        self->sharpness[i] = sharp[i];
-    int32_t order[TAV_SR2_PIPELINE_FRAMES] = {};
-    ASSERT_EQ(tav_sr2_Pipeline_selectFrames(self.get(), order), TAV_OK);
-    EXPECT_EQ(self->order_ready, 1);
-    EXPECT_EQ(self->frame_count, 3);
-    const int32_t expected[] = {1, 3, 2, 0};
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(self->frame_order[i], expected[i]);
-        EXPECT_EQ(order[i], expected[i]);
-    }
-    // Later calls keep the result, whatever the scores say now.
-    self->sharpness[0] = 1000;
-    int32_t again[TAV_SR2_PIPELINE_FRAMES] = {};
-    ASSERT_EQ(tav_sr2_Pipeline_selectFrames(self.get(), again), TAV_OK);
-    EXPECT_EQ(again[0], 1);
-    EXPECT_EQ(self->frame_count, 3);
-    ASSERT_EQ(tav_sr2_Pipeline_selectFrames(self.get(), self->frame_order), TAV_OK);
-    EXPECT_EQ(self->frame_order[0], 1);
-    ASSERT_EQ(tav_sr2_Pipeline_selectFrames(self.get(), nullptr), TAV_OK);
-    EXPECT_EQ(tav_sr2_Pipeline_selectFrames(nullptr, order), TAV_ERROR_PARAM);
-}
-
 }  // namespace

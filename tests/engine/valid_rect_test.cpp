@@ -89,18 +89,6 @@ TEST(ValidRect, AreaShareDecidesWhichFramesCount) {
     expectRect(wrapped.run(), 2, 2, W - 2, H - 2);
 }
 
-TEST(ValidRect, TruncatesEachCornerTowardZero) {
-    // Shift -0.5 / +0.5: corner (0, 0) maps to (0.5, -0.5): x0 = trunc(1.5) = 1,
-    // y0 = trunc(0.5) = 0; (W, H) maps to (W + 0.5, H - 0.5): x1 = min(W, trunc(W - 0.5)) = W - 1,
-    // y1 = trunc(H - 1.5) = H - 2. With frame 0: (1, 1, W - 1, H - 2); margins 1 and 2 mirrored
-    // vertically: (1, 2, W - 1, H - 2), then even.
-    Burst b(2, 95);
-    b.t[1] = shift(-0.5, 0.5);
-    expectRect(b.run(), 2, 2, W - 2, H - 2);
-    b.t[1] = shift(-0.5, -2.5);  // (0.5, 2.5): y0 = 3; (.., H + 2.5): y1 = H
-    expectRect(b.run(), 2, 4, W - 2, H - 4);
-}
-
 TEST(ScaleWindow, RatioAndCentredEvenWindow) {
     tav_sr2_ScaleWindowInput s;
     s.zoom_rect = {200, 150, 1080, 810};  // 880 x 660
@@ -151,34 +139,6 @@ TEST(ScaleWindow, RatioAndCentredEvenWindow) {
     tav_sr2_scaleWindow(&s, &win);
     EXPECT_EQ(win.left, 640);
     EXPECT_EQ(win.right, 640);
-}
-
-TEST(PipelineCalcAutoScale, ReadsTheRunFromThePipeline) {
-    auto p = std::make_unique<tav_sr2_Pipeline>();
-    *p = {};
-    p->clip_width = W;
-    p->clip_height = H;
-    p->clip_rect = {0, 0, W, H};
-    p->zoom_rect_in_clip = {200, 150, 1080, 810};
-    p->frame_count = 2;
-    p->tuning.large_move_ratio_thres = 95;
-    p->tuning.zoom_ratio = 2.0;
-    p->tuning.internal_zoom_ratio = 1.0;
-    p->output_width = 1760;
-    p->output_height = 1320;
-    for (auto& m : p->align_transforms) {
-        for (int k = 0; k < 9; ++k)
-            m[k] = (k % 4 == 0) ? 1.0 : 0.0;
-    }
-    p->align_transforms[1][2] = 10.3;  // frame shows base (x - 10.3, y + 6.4), as above
-    p->align_transforms[1][5] = -6.4;
-    tav_sr2_Rect valid;
-    tav_sr2_Rect win;
-    ASSERT_EQ(tav_sr2_Pipeline_calcAutoScale(p.get(), 1280, 960, &valid, &win), TAV_OK);
-    expectRect(valid, 12, 8, 1268, 952);
-    expectRect(win, 200, 150, 1080, 810);
-    EXPECT_EQ(tav_sr2_Pipeline_calcAutoScale(nullptr, 1280, 960, &valid, &win), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Pipeline_calcAutoScale(p.get(), 1280, 960, &valid, nullptr), TAV_ERROR_PARAM);
 }
 
 }  // namespace

@@ -80,15 +80,6 @@ TEST(WorkCropTest, SmallAndWideFrames) {
     EXPECT_EQ(r.right, 1028 + 3080);
 }
 
-TEST(WorkCropTest, OffCentreCropIsCutByTheFrameNotShifted) {
-    const Geometry g = {4000, 3000, 4000, 3000, 4.0f};
-    // Centre (600, 400): x0 = 600 - 700 < 0 -> 0, end 1400; y0 = 400 - 524 < 0 -> 0, end 1048.
-    expectRect(cropOf(g, 600, 400), 0, 0, 1400, 1048);
-    // Centre (3601, 2701): x0 = (3601 - 700) & ~1 = 2900, end min(4300, 4000); y0 = (2701 -
-    // 524) & ~1 = 2176, end min(3224, 3000).
-    expectRect(cropOf(g, 3601, 2701), 2900, 2176, 4000, 3000);
-}
-
 TEST(WorkCropTest, AreaOfInterestAroundTheMiddleOfTheCrop) {
     // Zoom 1, crop 4000 x 3000, centre (2000, 1500), window 4000 x 3000: x0 = (0 + 7) & ~7 = 0,
     // x1 = min(4016, 4000) & ~7 = 4000; y1 = min(3016, 3000) & ~7 = 3000.
@@ -116,35 +107,6 @@ TEST(WorkCropTest, AreaOfInterestAroundTheMiddleOfTheCrop) {
     // y0 = (1156 - 964 - 16 + 7) & ~7 = 176, y1 = (192 + 1928 + 16) & ~7 = 2136.
     const Geometry wide = {5140, 3856, 5140, 3856, 2.0f};
     expectRect(middleAoi(centredCrop(wide), wide), 240, 176, 2840, 2136);
-}
-
-TEST(WorkCropTest, AreaOfInterestStopsGrowingFinerThanZoom10) {
-    // Zoom 20 has a window of 200 x 150, but the area is sized as for 10: the same as above.
-    tav_sr2_Rect r;
-    tav_sr2_WorkCrop_areaOfInterest(1280, 960, 640, 480, 4000, 3000, 20.0, &r);
-    expectRect(r, 424, 320, 856, 640);
-    // The zoom window itself does follow 20: 640 - 100 .. 640 + 100, 480 - 75 .. 480 + 75.
-    tav_sr2_WorkCrop_zoomRect(1280, 960, 640, 480, 4000, 3000, 20.0, &r);
-    expectRect(r, 540, 405, 740, 555);
-}
-
-TEST(WorkCropTest, ZoomWindowIsLimitedToTheCrop) {
-    tav_sr2_Rect r;
-    // Crop 1400 x 1048 with the centre at (600, 400), zoom 4: window 1000 x 750 from
-    // (100, 25) to (1100, 775).
-    tav_sr2_WorkCrop_zoomRect(1400, 1048, 600, 400, 4000, 3000, 4.0, &r);
-    expectRect(r, 100, 25, 1100, 775);
-    // Centres near the edges: 300 - 500 < 0 -> 0 with the end at 800, and 1000 + 375 -> 1048;
-    // then 1300 + 500 -> 1400, and 300 - 375 < 0 -> 0 with the end at 675.
-    tav_sr2_WorkCrop_zoomRect(1400, 1048, 300, 1000, 4000, 3000, 4.0, &r);
-    expectRect(r, 0, 625, 800, 1048);
-    tav_sr2_WorkCrop_zoomRect(1400, 1048, 1300, 300, 4000, 3000, 4.0, &r);
-    expectRect(r, 800, 0, 1400, 675);
-    // The area of interest at such a centre: x0 = (max(0, 300 - 516) + 7) & ~7 = 0,
-    // x1 = (300 - 500 + 1016 = 816) & ~7 = 816; y0 = (1000 - 391 + 7 = 616) & ~7 = 616,
-    // y1 = min(1391, 1048) & ~7 = 1048.
-    tav_sr2_WorkCrop_areaOfInterest(1400, 1048, 300, 1000, 4000, 3000, 4.0, &r);
-    expectRect(r, 0, 616, 816, 1048);
 }
 
 }  // namespace

@@ -100,50 +100,6 @@ TEST(BlurTest, DirectBlurMatchesDoubleConvolutionWithinOneCode) {
     }
 }
 
-// A large sigma on an image of at least 33 x 33 is the blur of a half-size copy, enlarged back
-// and blurred at 1.8, which the operators themselves spell out here.
-void expectHalfSizeRecursion(bool compact, int32_t width, int32_t height, double sigma) {
-    Heap heap;
-    Workers w(&heap.pool, 3);
-    std::mt19937 rng(37);
-    auto blur = compact ? tav_sr2_Image_blurCompact : tav_sr2_Image_blur;
-    TestImage src(&heap.pool, width, height, 1), dst(&heap.pool, width, height, 1);
-    src.randomize(rng);
-    ASSERT_EQ(blur(&w.ctx, &dst.img, &src.img, sigma), TAV_OK);
-    const int32_t hw = compact ? (width + 1) >> 1 : width >> 1;
-    const int32_t hh = compact ? (height + 1) >> 1 : height >> 1;
-    TestImage half(&heap.pool, hw, hh, 1), back(&heap.pool, width, height, 1);
-    ASSERT_EQ(tav_sr2_Image_resize(&w.ctx, &half.img, &src.img), TAV_OK);
-    ASSERT_EQ(blur(&w.ctx, &half.img, &half.img, std::sqrt(sigma * sigma - 3.24) * 0.5), TAV_OK);
-    ASSERT_EQ(tav_sr2_Image_resize(&w.ctx, &back.img, &half.img), TAV_OK);
-    ASSERT_EQ(blur(&w.ctx, &back.img, &back.img, 1.8), TAV_OK);
-    EXPECT_EQ(dst.snapshot(), back.snapshot());
-    // And it still approximates the wide Gaussian on smooth content (noise would alias in the
-    // halving): the two resizes add a little blur and the borders repeat at another scale, which
-    // costs a couple of codes on average.
-    for (int32_t y = 0; y < height; ++y)
-        for (int32_t x = 0; x < width; ++x)
-            src.img.plane[0][y * src.img.pitch[0] + x] =
-                (uint8_t)(128 + 100 * std::sin(x / 4.0) * std::cos(y / 5.0));
-    ASSERT_EQ(blur(&w.ctx, &dst.img, &src.img, sigma), TAV_OK);
-    EXPECT_LE(maxError(dst.img, gaussianReference(src.img, sigma, compact), true), 2.5);
-}
-
-TEST(BlurTest, LargeSigmaRunsAtHalfSize) {
-    // Up to 1.8 itself the blur is direct, whatever the size.
-    Heap heap;
-    Workers w(&heap.pool, 1);
-    std::mt19937 rng(39);
-    TestImage src(&heap.pool, 33, 33, 1), dst(&heap.pool, 33, 33, 1);
-    src.randomize(rng);
-    ASSERT_EQ(tav_sr2_Image_blur(&w.ctx, &dst.img, &src.img, 1.8), TAV_OK);
-    EXPECT_LE(maxError(dst.img, gaussianReference(src.img, 1.8, false)), 1.0);
-
-    expectHalfSizeRecursion(false, 33, 33, 3.0);
-    expectHalfSizeRecursion(false, 71, 40, 9.0);  // the inner blur recurses once more
-    expectHalfSizeRecursion(true, 35, 47, 3.0);
-}
-
 TEST(BlurTest, FramesBlurChromaAtHalfSigmaInPlaceAndRowTablesAgree) {
     Heap heap;
     std::mt19937 rng(41);
@@ -196,26 +152,6 @@ TEST(BlurTest, ResultsDoNotDependOnWorkersOrRowTables) {
             }
         }
     }
-}
-
-TEST(BlurTest, CompactBlurKeepsThreeSigma) {
-    Heap heap;
-    std::mt19937 rng(47);
-    Workers w(&heap.pool, 1);
-    for (int32_t format : {1, 3, 6, 7}) {
-        TestImage src(&heap.pool, 29, 31, format), dst(&heap.pool, 29, 31, format);
-        src.randomize(rng);
-        ASSERT_EQ(tav_sr2_Image_blurCompact(&w.ctx, &dst.img, &src.img, 1.7), TAV_OK);
-        tav_sr2_BlurKernel k;
-        tav_sr2_BlurKernel_compact(&k, 1.7);
-        const bool bytes = format == 1 || format == 6;
-        EXPECT_LE(maxError(dst.img, gaussianReference(src.img, 1.7, true, bytes ? nullptr : &k)),
-                  1.0)
-            << format;
-    }
-    TestImage i32(&heap.pool, 8, 8, TAV_SR2_FMT_INT32);
-    EXPECT_EQ(tav_sr2_Image_blurCompact(&w.ctx, &i32.img, &i32.img, 1.0), 0x80000010u);
-    EXPECT_EQ(tav_sr2_Image_blur(&w.ctx, &i32.img, &i32.img, 1.0), TAV_OK);
 }
 
 TEST(BlurTest, Statuses) {

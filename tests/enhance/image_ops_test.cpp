@@ -86,25 +86,6 @@ TEST(ImageOpsTest, ConvertFramesChangesDepthAndSwapsChroma) {
     EXPECT_EQ(get<uint16_t>(back.img, 0, 6, 4), get<uint8_t>(f8.img, 0, 6, 4) << 2);
 }
 
-TEST(ImageOpsTest, LookupAppliesTheTableInPlace) {
-    Heap heap;
-    std::mt19937 rng(67);
-    uint8_t table[256];
-    for (int32_t i = 0; i < 256; ++i)
-        table[i] = (uint8_t)(255 - i / 2);
-    TestImage img(&heap.pool, 13, 6, 1);
-    img.randomize(rng);
-    const std::vector<uint8_t> before = img.snapshot();
-    Workers w(&heap.pool, 3);
-    ASSERT_EQ(tav_sr2_Image_lookup(w.ts, &img.img, &img.img, table), TAV_OK);
-    for (int32_t y = 0; y < 6; ++y)
-        for (int32_t x = 0; x < 13; ++x)
-            EXPECT_EQ(get<uint8_t>(img.img, 0, x, y), table[before[y * img.img.pitch[0] + x]]);
-    TestImage u16(&heap.pool, 13, 6, 3);
-    EXPECT_EQ(tav_sr2_Image_lookup(nullptr, &u16.img, &img.img, table), 0x80000010u);
-    EXPECT_EQ(tav_sr2_Image_lookup(nullptr, &img.img, &img.img, nullptr), TAV_ERROR_PARAM);
-}
-
 TEST(ImageOpsTest, FillCoversEveryPlaneAndStaysInsideAView) {
     Heap heap;
     Workers w(&heap.pool, 2);

@@ -18,12 +18,4 @@ TEST(ResizeSizeTest, RowBuffersPerWorkerInTheWidenedType) {
     EXPECT_EQ(tav_sr2_Image_resizeRequiredSize(100, 7, TAV_SR2_FMT_YUV420_SEMIPLANAR, 4), 1616u);
 }
 
-TEST(ResizeSizeTest, NothingForEmptySizesOrForeignFormats) {
-    EXPECT_EQ(tav_sr2_Image_resizeRequiredSize(0, 10, TAV_SR2_FMT_UINT8, 4), 0u);
-    EXPECT_EQ(tav_sr2_Image_resizeRequiredSize(10, 0, TAV_SR2_FMT_UINT8, 4), 0u);
-    EXPECT_EQ(tav_sr2_Image_resizeRequiredSize(10, 10, TAV_SR2_FMT_RGB888, 4), 0u);
-    EXPECT_EQ(tav_sr2_Image_resizeRequiredSize(10, 10, TAV_SR2_FMT_YUV422_YUYV, 4), 0u);
-    EXPECT_EQ(tav_sr2_Image_resizeRequiredSize(10, 10, TAV_SR2_FMT_YUV10B420_SEMIPLANAR, 4), 0u);
-}
-
 }  // namespace

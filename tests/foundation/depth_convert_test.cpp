@@ -113,23 +113,6 @@ TEST(DepthConvertRows, RoundingAndSaturationOnEveryTarget) {
     }
 }
 
-TEST(DepthConvert, RowBandsAreAlignedAndCoverEveryRow) {
-    for (int32_t t = 1; t <= 16; ++t) {
-        for (int32_t h = 1; h <= 300; ++h) {
-            int32_t covered = 0;
-            for (int32_t i = 0; i < t; ++i) {
-                int32_t y0, y1;
-                tav_sr2_rowBand(h, i, t, &y0, &y1);
-                if (y1 <= y0) continue;
-                ASSERT_EQ(y0, covered) << "h " << h << " t " << t << " band " << i;
-                ASSERT_TRUE(y0 % 4 == 0) << "h " << h << " t " << t << " band " << i;
-                covered = y1;
-            }
-            ASSERT_EQ(covered, h) << "h " << h << " t " << t;
-        }
-    }
-}
-
 // Both directions on one thread and on four, for sizes even and odd, small and past 256 rows.
 TEST(DepthConvert, BothDirectionsConvertEverySample) {
     Heap heap(16 << 20);

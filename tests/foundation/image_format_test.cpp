@@ -113,33 +113,3 @@ TEST(ImageFormat, QueryAgreesWithReferenceForEveryCode) {
     EXPECT_EQ(q(4, 4, 1, 13), 0u);  // UINT8 has no plane 1
     EXPECT_EQ(q(4, 4, 48, 13), 4u);
 }
-
-TEST(ImageFormat, NamesAliasesAndFamilies) {
-    for (int c = 0; c < TAV_SR2_FORMAT_COUNT; c++) {
-        EXPECT_EQ(tav_sr2_ImageFormat_byName(tav_sr2_ImageFormat_name(c)), c);
-        EXPECT_EQ(tav_sr2_format_names[c].code, c);
-    }
-    EXPECT_STREQ(tav_sr2_ImageFormat_name(48), "YUV420_SEMIPLANAR");
-    EXPECT_STREQ(tav_sr2_ImageFormat_name(62), "YUV10B_PACKED_LE_420S");
-    EXPECT_STREQ(tav_sr2_ImageFormat_name(89), "LAB");
-    EXPECT_STREQ(tav_sr2_ImageFormat_name(90), "(unknown)");
-    EXPECT_STREQ(tav_sr2_ImageFormat_name(-1), "(unknown)");
-    EXPECT_EQ(tav_sr2_ImageFormat_byName("NV21"), 49);
-    EXPECT_EQ(tav_sr2_ImageFormat_byName("YUY2"), 36);
-    EXPECT_EQ(tav_sr2_ImageFormat_byName("NV16"), 45);
-    EXPECT_EQ(tav_sr2_ImageFormat_byName(nullptr), 0);
-    EXPECT_EQ(tav_sr2_ImageFormat_byName("yuv420_semiplanar"), 0);
-    EXPECT_EQ(tav_sr2_ImageFormat_byName("nv21"), 0);
-    EXPECT_EQ(tav_sr2_ImageFormat_byName("YUV420_SEMIPLANAR "), 0);
-    EXPECT_EQ(tav_sr2_ImageFormat_byName(""), 0);
-    // A name that is a prefix of another still matches only itself.
-    EXPECT_EQ(tav_sr2_ImageFormat_byName("UINT16"), 3);
-    for (int c = -2; c < 92; c++) {
-        EXPECT_EQ(tav_sr2_ImageFormat_isRgb(c), c == 8 || c == 9 || c == 10) << c;
-        const std::string name = c >= 0 && c < 90 ? tav_sr2_ImageFormat_name(c) : "";
-        const bool rgba = name.size() == 8 && name.compare(4, 4, "8888") == 0;
-        EXPECT_EQ(tav_sr2_ImageFormat_isRgba(c), rgba) << c;
-        const bool yuv = name.rfind("YUV4", 0) == 0 || name.rfind("YVU4", 0) == 0;
-        EXPECT_EQ(tav_sr2_ImageFormat_isYuv(c), yuv) << c;
-    }
-}

@@ -222,7 +222,6 @@ TEST_F(ImageTest, CropChecksItsSourceAndRectangle) {
     EXPECT_EQ(self.plane[1], nv.img.plane[1] + 12 + 4);
 }
 
-
 namespace {
 // Copies a random w x h picture of this code into caller planes wider than the layout's pitch,
 // and checks that exactly the real pixels of each plane arrived and nothing else moved.
@@ -314,47 +313,4 @@ TEST_F(ImageTest, CopyMovesRealPixelsAndNotPadding) {
         EXPECT_EQ(tav_sr2_Image_copy(&wrong, &b), TAV_ERROR_PARAM);
     EXPECT_EQ(tav_sr2_Image_finish(&sized), TAV_OK);
     EXPECT_EQ(tav_sr2_Image_finish(&src), TAV_OK);
-}
-
-TEST_F(ImageTest, CopyRectPlacesASourceRectangle) {
-    const int w = 16, h = 8;
-    tav_sr2_Image src = owned(w, h, TAV_SR2_FMT_YUV420_SEMIPLANAR);
-    tav_sr2_Image dst = owned(w, h, TAV_SR2_FMT_YUV420_SEMIPLANAR);
-    fillRandom(src.plane[0], layoutOf(w, h, 48).total, 5);
-    memset(dst.plane[0], 0, layoutOf(w, h, 48).total);
-    const tav_sr2_Rect rect = {2, 4, 8, 8};
-    ASSERT_EQ(tav_sr2_Image_copyRect(&dst, &src, 4, 2, &rect), TAV_OK);
-    for (int r = 0; r < h; r++) {
-        for (int c = 0; c < w; c++) {
-            const bool inside = r >= 2 && r < 6 && c >= 4 && c < 10;
-            const int want = inside ? src.plane[0][(r + 2) * w + c - 2] : 0;
-            ASSERT_EQ(dst.plane[0][r * w + c], want) << r << "," << c;
-            if (r >= h / 2) continue;
-            const bool chroma_inside = r >= 1 && r < 3 && c >= 4 && c < 10;
-            const int chroma_want = chroma_inside ? src.plane[1][(r + 1) * w + c - 2] : 0;
-            ASSERT_EQ(dst.plane[1][r * w + c], chroma_want) << r << "," << c;
-        }
-    }
-    const std::vector<uint8_t> before(dst.plane[0], dst.plane[0] + layoutOf(w, h, 48).total);
-    const tav_sr2_Rect odd_left = {1, 0, 5, 2}, odd_top = {0, 1, 4, 3}, wide = {0, 0, 18, 2};
-    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 3, 0, &rect), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 1, &rect), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 0, &odd_left), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 0, &odd_top), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 0, &wide), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 12, 0, &rect), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 0, nullptr), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_Image_copyRect(nullptr, &src, 0, 0, &rect), TAV_ERROR_PARAM);
-    const tav_sr2_Rect empty = {4, 4, 4, 8}, inverted = {6, 2, 2, 4};
-    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 0, &empty), TAV_OK);
-    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &src, 0, 0, &inverted), TAV_OK);
-    EXPECT_EQ(tav_sr2_Image_copyRect(&dst, &dst, 0, 0, &rect), TAV_OK);
-    EXPECT_TRUE(std::equal(before.begin(), before.end(), dst.plane[0]));
-
-    Wrapped a(12, 4, TAV_SR2_FMT_YUV10B_PACKED_LE_420S),
-        b(12, 4, TAV_SR2_FMT_YUV10B_PACKED_LE_420S);
-    const tav_sr2_Rect whole = {0, 0, 6, 2};
-    EXPECT_EQ(tav_sr2_Image_copyRect(&a.img, &b.img, 6, 2, &whole), TAV_ERROR_UNSUPPORTED);
-    EXPECT_EQ(tav_sr2_Image_finish(&src), TAV_OK);
-    EXPECT_EQ(tav_sr2_Image_finish(&dst), TAV_OK);
 }

@@ -102,14 +102,6 @@ TEST_F(LoggerTest, GatesFollowTheLevel) {
 }
 
 #ifdef TAVRIN_FAULT_INJECTION
-TEST_F(LoggerTest, NoMemoryLeavesLoggingOff) {
-    tav_sr2_Logger_failNextAlloc();
-    tav_sr2_Logger_enable();
-    EXPECT_EQ(tav_sr2_Logger_isEnabled(), 0);
-    tav_sr2_log_e("%s", kPoison);
-    tav_sr2_Logger_enable();
-    EXPECT_EQ(tav_sr2_Logger_isEnabled(), 1);
-}
 #endif
 
 TEST(AndroidLogShim, LineFormatAndLongMessagesCut) {

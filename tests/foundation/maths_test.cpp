@@ -178,24 +178,4 @@ TEST_F(MathsTest, IntegerSquareRoot) {
     }
 }
 
-// Exact reference for floor(x + 0.5) when |x| < 2^52: the fraction over the floor is exact.
-double referenceRoundHalfUp(double x) {
-    double f = std::floor(x);
-    return x - f >= 0.5 ? f + 1 : f;
-}
-
-TEST_F(MathsTest, RoundHalfUp) {
-    for (double x : {0.5, 1.5, 2.5, -0.5, -1.5, -2.5, 0.49999999999999994, -0.49999999999999994,
-                     4503599627370495.5, -4503599627370495.5, 0.0, -0.75, 0.75, 1e-300}) {
-        EXPECT_EQ(tav_sr2_roundHalfUp(x), referenceRoundHalfUp(x)) << x;
-    }
-    EXPECT_EQ(tav_sr2_roundHalfUp(1e300), 1e300);
-    for (int i = 0; i < kSamples; ++i) {
-        double x = uniform(-1.0, 1.0) * std::exp2(uniform(-3.0, 52.0));
-        ASSERT_EQ(tav_sr2_roundHalfUp(x), referenceRoundHalfUp(x)) << x;
-        double half = std::floor(x) + 0.5;  // the exact halves
-        ASSERT_EQ(tav_sr2_roundHalfUp(half), referenceRoundHalfUp(half)) << half;
-    }
-}
-
 }  // namespace

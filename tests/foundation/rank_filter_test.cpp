@@ -177,20 +177,6 @@ TEST(RankFilterRows, VectorEqualsScalarOnEveryTarget) {
     hwy::SetSupportedTargetsForTest(0);
 }
 
-TEST(RankFilter, EveryKeyMatchesTheCutWindowOnOneThread) {
-    Heap heap(8 << 20);
-    std::mt19937 rng(11);
-    for (const auto& size : kSizes) {
-        for (int32_t format : kInPlaceFormats) {
-            checkKey(&heap.pool, nullptr, format, format, true, size[0], size[1], rng);
-        }
-        for (const auto& pair : kOutOfPlacePairs) {
-            checkKey(&heap.pool, nullptr, pair[0], pair[1], false, size[0], size[1], rng);
-        }
-    }
-    EXPECT_EQ(tav_sr2_MemPool_inUse(&heap.pool), 0u);
-}
-
 // 255 rows run on the caller alone, 256 rows are split over every worker; the results match the
 // reference either way, band edges and empty bands included.
 TEST(RankFilter, ThreadRuleAndBandsMatchTheReference) {

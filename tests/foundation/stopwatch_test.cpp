@@ -59,14 +59,4 @@ TEST_F(StopwatchTest, RoundsTheNanosecondsToNearest) {
     }
 }
 
-TEST(GetTimeNs, FollowsTheRawMonotonicClock) {
-    timespec before;
-    clock_gettime(CLOCK_MONOTONIC_RAW, &before);
-    uint64_t ns = tav_sr2_getTimeNs();
-    timespec after;
-    clock_gettime(CLOCK_MONOTONIC_RAW, &after);
-    EXPECT_GE(ns, (uint64_t)before.tv_sec * 1000000000u + before.tv_nsec);
-    EXPECT_LE(ns, (uint64_t)after.tv_sec * 1000000000u + after.tv_nsec);
-}
-
 }  // namespace

@@ -226,61 +226,12 @@ TEST(TaskSysTest, DependenciesOrderAndSkipOnFailure) {
 
 // ---- waits ------------------------------------------------------------------------------------
 
-struct Nested {
-    tav_sr2_TaskSys* ts;
-    Rows rows{50};
-    uint32_t status = 1;
-};
-uint32_t nestedCall(void* arg) {
-    Nested* n = (Nested*)arg;
-    n->status = tav_sr2_TaskSys_run(n->ts, &kRecordRows, &n->rows, 50);
-    return 0;
-}
-
 struct Probe {
     std::atomic<int> inside{0};
 };
 uint32_t markInside(void* arg) {
     ((Probe*)arg)->inside = 1;
     return 0;
-}
-
-TEST(TaskSysTest, NestedWaitsAndASecondCallerThread) {
-    {
-        Sys s;
-        ASSERT_EQ(s.start(3), TAV_OK);
-        Nested n{s};
-        tav_sr2_TaskCall call = {nestedCall, &n};
-        EXPECT_EQ(tav_sr2_TaskSys_run(s, &tav_sr2_TaskType_call, &call, 1), TAV_OK);
-        EXPECT_EQ(n.status, TAV_OK);
-        EXPECT_TRUE(n.rows.allOnce());
-    }
-    // One worker: while the test thread waits as worker 0, another thread that also counts as
-    // worker 0 must not enter; its rows run on the test thread.
-    Sys s;
-    ASSERT_EQ(s.start(1), TAV_OK);
-    Probe probe;
-    tav_sr2_TaskCall mark = {markInside, &probe};
-    uint32_t ids[2];
-    ASSERT_EQ(tav_sr2_TaskSys_addEvent(s, &ids[0]), TAV_OK);
-    ASSERT_EQ(tav_sr2_TaskSys_addOne(s, &tav_sr2_TaskType_call, &mark, 0, nullptr, &ids[1]),
-              TAV_OK);
-    Rows rows(30);
-    uint32_t other_status = 1;
-    std::thread other([&] {
-        while (probe.inside.load() == 0)
-            std::this_thread::yield();
-        other_status = tav_sr2_TaskSys_run(s, &kRecordRows, &rows, 30);
-        tav_sr2_TaskSys_setEvent(s, ids[0], 0);
-    });
-    EXPECT_EQ(tav_sr2_TaskSys_wait(s, 2, ids), TAV_OK);
-    other.join();
-    EXPECT_EQ(other_status, TAV_OK);
-    EXPECT_TRUE(rows.allOnce());
-    for (pthread_t t : rows.threads)
-        EXPECT_TRUE(pthread_equal(t, pthread_self()));
-    for (uint32_t id : ids)
-        tav_sr2_TaskSys_release(s, id);
 }
 
 // One worker, two callers. The other thread ends the test thread's wait and at once runs rows

@@ -98,52 +98,6 @@ TEST(ThreadPoolTest, BoundPostCopiesArgumentsAndJoinOrsResults) {
         ASSERT_EQ(r.load(), 1);
 }
 
-TEST(ThreadPoolTest, BoundLimitsAndFailures) {
-    Bound b(2, 1 << 15);
-    uint32_t value = 7;
-    EXPECT_EQ(tav_sr2_ThreadPool_post(&b.tp, returnsArgument, &value, 4), TAV_ERROR_STATE);
-    EXPECT_EQ(tav_sr2_ThreadPool_join(&b.tp), TAV_ERROR_STATE);
-    EXPECT_EQ(tav_sr2_ThreadPool_start(&b.tp, 0, 64), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_ThreadPool_start(&b.tp, 64, 0), TAV_ERROR_PARAM);
-    ASSERT_EQ(tav_sr2_ThreadPool_start(&b.tp, 64, 64), TAV_OK);
-    EXPECT_EQ(tav_sr2_ThreadPool_post(&b.tp, nullptr, &value, 4), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_ThreadPool_post(&b.tp, returnsArgument, nullptr, 4), TAV_ERROR_PARAM);
-    EXPECT_EQ(tav_sr2_ThreadPool_parallelFor(
-                  &b.tp, [](void*, int32_t) { return 0u; }, nullptr, 4),
-              TAV_ERROR_UNSUPPORTED);
-
-    // The job list holds twice the queue size: the 129th post before a join is refused.
-    for (int i = 0; i < 128; ++i) {
-        ASSERT_EQ(tav_sr2_ThreadPool_post(&b.tp, returnsArgument, &value, 4), TAV_OK) << i;
-    }
-    EXPECT_EQ(tav_sr2_ThreadPool_post(&b.tp, returnsArgument, &value, 4), TAV_ERROR_STATE);
-    EXPECT_EQ(tav_sr2_ThreadPool_join(&b.tp), 7u);
-    EXPECT_EQ(tav_sr2_ThreadPool_post(&b.tp, returnsArgument, &value, 4), TAV_OK);
-
-    // A copy that does not fit fails that post only; the others still run and join.
-    std::vector<unsigned char> big(1 << 15);
-    EXPECT_EQ(tav_sr2_ThreadPool_post(&b.tp, returnsArgument, big.data(), (uint32_t)big.size()),
-              TAV_ERROR_MALLOC);
-    value = 0x40;
-    EXPECT_EQ(tav_sr2_ThreadPool_post(&b.tp, returnsArgument, &value, 4), TAV_OK);
-    EXPECT_EQ(tav_sr2_ThreadPool_join(&b.tp), 0x47u);
-
-    // Cancelled: posts are refused with the cancelled bit, which is not a failure.
-    EXPECT_EQ(tav_sr2_ThreadPool_cancel(&b.tp), TAV_OK);
-    EXPECT_EQ(tav_sr2_ThreadPool_post(&b.tp, returnsArgument, &value, 4), TAV_SR2_TASK_CANCELLED);
-    EXPECT_EQ(tav_sr2_ThreadPool_finish(&b.tp), TAV_OK);
-    EXPECT_EQ(b.tp.pool, &b.pool.pool);  // a restart keeps pool and settings
-    EXPECT_EQ(b.tp.task_sys, b.ts.get());
-    ASSERT_EQ(tav_sr2_ThreadPool_start(&b.tp, 64, 64), TAV_OK);
-    EXPECT_EQ(tav_sr2_ThreadPool_post(&b.tp, returnsArgument, &value, 4), TAV_OK);
-    EXPECT_EQ(tav_sr2_ThreadPool_join(&b.tp), 0x40u);
-
-    // A stopped scheduler cannot take jobs, and a join reports what it could not wait for.
-    EXPECT_EQ(tav_sr2_TaskSys_stop(b.ts.get()), TAV_OK);
-    EXPECT_EQ(tav_sr2_ThreadPool_post(&b.tp, returnsArgument, &value, 4), TAV_ERROR_STATE);
-    EXPECT_EQ(tav_sr2_ThreadPool_join(&b.tp), TAV_OK);
-}
-
 // One worker: posted jobs wait for the join. A scheduler stopped before it drops them; the
 // join reports the stop, and finish still gives their copies back to the pool.
 TEST(ThreadPoolTest, FinishFreesCopiesOfJobsAStoppedSchedulerDropped) {

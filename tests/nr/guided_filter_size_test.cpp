@@ -22,18 +22,4 @@ TEST(GuidedFilterSizeTest, EightBitFilterOf1000Square) {
               tav_sr2_GuidedFilter_requiredSize(1000, 1000, TAV_SR2_FMT_UINT8));
 }
 
-TEST(GuidedFilterSizeTest, WiderClassesNeedMoreAndOthersNothing) {
-    const uint32_t u8 = tav_sr2_GuidedFilter_requiredSize(4000, 3000, TAV_SR2_FMT_UINT8);
-    const uint32_t u16 = tav_sr2_GuidedFilter_requiredSize(4000, 3000, TAV_SR2_FMT_UINT16);
-    const uint32_t f32 = tav_sr2_GuidedFilter_requiredSize(4000, 3000, TAV_SR2_FMT_FLOAT);
-    EXPECT_LT(u8, u16);
-    EXPECT_LT(u16, f32);
-    // The frame formats fall in the classes of their luma; packed and RGB formats in none.
-    EXPECT_EQ(tav_sr2_GuidedFilter_requiredSize(4000, 3000, TAV_SR2_FMT_YVU10B420_SEMIPLANAR), u16);
-    EXPECT_EQ(tav_sr2_GuidedFilter_requiredSize(4000, 3000, TAV_SR2_FMT_YUV32F422_PLANAR), f32);
-    EXPECT_EQ(tav_sr2_GuidedFilter_requiredSize(4000, 3000, TAV_SR2_FMT_YUV10B_PACKED_LE_420S), 0u);
-    EXPECT_EQ(tav_sr2_GuidedFilter_requiredSize(4000, 3000, TAV_SR2_FMT_RGB888), 0u);
-    EXPECT_EQ(tav_sr2_GuidedFilter_requiredSize(-4, 3000, TAV_SR2_FMT_UINT8), 0u);
-}
-
 }  // namespace

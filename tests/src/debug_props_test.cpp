@@ -140,17 +140,6 @@ TEST_F(DebugProps, PropertyFileSetsTheSwitchesWhenPropertiesDoNot) {
     expectTimestampMatchesTime(props, before, after);
 }
 
-TEST_F(DebugProps, PropertyFileWithoutEnableIsIgnored) {
-    writeFile(element("debug.tavrin.keld.enable", "0") +
-              element("debug.tavrin.keld.log_level", "2") +
-              element("debug.tavrin.keld.bypass", "1"));
-    tavrin_KELD_DebugProps props = junkBlock();
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_DebugProps_read(&props), TAV_OK);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_TRUE(allSwitchesOff(props));
-}
-
 TEST_F(DebugProps, UnparsablePropertyFileIsReportedAndChangesNothing) {
     FILE* f = fopen(file_.c_str(), "w");
     ASSERT_NE(f, nullptr);

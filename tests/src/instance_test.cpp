@@ -212,22 +212,6 @@ TEST(InstanceFaces, FifthOfTheFaceMayStickOut) {
 // ---------------------------------------------------------------------------------------------
 // Frames
 
-TEST_F(Instance, OneGroupTakesEveryExposureUpToTwentyFrames) {
-    const tavrin_KELD_InitParams p = params();
-    ASSERT_EQ(TavrinKELD_internal_init(&obj_, &p), TAV_OK);
-    for (int i = 0; i < 20; i++)
-        ASSERT_EQ(addFrame(i + 1, meta(100 + i, 10 + i % 3, i == 7)), TAV_OK);
-    EXPECT_EQ(obj_->ev_num, 1);
-    EXPECT_EQ(obj_->ev_image_num[0], 20);
-    EXPECT_EQ(obj_->meta_data[0][13].iso, 113);
-    EXPECT_EQ(obj_->cfg_meta.iso, 100);  // the first frame's
-    EXPECT_EQ(obj_->base_iso, 107);
-    EXPECT_EQ(obj_->ev_params.ev[0].base_index, 7);
-
-    EXPECT_EQ(addFrame(99, meta(100, 10)), TAV_ERROR_PARAM);
-    EXPECT_EQ(obj_->input_num, 20);
-}
-
 TEST_F(Instance, FramesGroupByExposureAndIsoWithSeveralGroups) {
     tavrin_KELD_InitParams p = params();
     p.num_evs = 5;
@@ -265,23 +249,6 @@ TEST_F(Instance, FramesGroupByExposureAndIsoWithSeveralGroups) {
 
 // ---------------------------------------------------------------------------------------------
 // Init
-
-TEST_F(Instance, MergeLimitFromPropertyOrDefault) {
-    const struct {
-        const char* property;
-        int32_t num_max_ev;
-        int32_t t_merge_num;
-    } cases[] = {{"", 5, 8}, {"3", 5, 3}, {"5", 5, 5}, {"6", 5, 8}, {"-1", 20, 8}, {"12", 20, 12}};
-    for (const auto& c : cases) {
-        keld_test_setProperty("debug.tavrin.keld.merge_num", c.property);
-        tavrin_KELD_InitParams p = params();
-        p.num_max_ev = c.num_max_ev;
-        tavrin_KELD_Obj* obj = nullptr;
-        ASSERT_EQ(TavrinKELD_internal_init(&obj, &p), TAV_OK);
-        EXPECT_EQ(obj->t_merge_num, c.t_merge_num) << c.property << " of " << c.num_max_ev;
-        TavrinKELD_internal_uninit(&obj);
-    }
-}
 
 // ---------------------------------------------------------------------------------------------
 // Tuning
@@ -322,42 +289,5 @@ TEST_F(Instance, TuningRowSettlesTheMergeLimit) {
 
 // ---------------------------------------------------------------------------------------------
 // Process and uninit
-
-TEST_F(Instance, ProcessNeedsFramesAndClearsTheBurst) {
-    setLogLevel("1");
-    tavrin_KELD_InitParams p = params();
-    p.num_max_ev = 11;  // the engine refuses more than 10 slots: the run does nothing
-    p.merge_num = 11;
-    ASSERT_EQ(TavrinKELD_internal_init(&obj_, &p), TAV_OK);
-    std::vector<uint8_t> out_pixels(320 * 240 * 3 / 2, 77);
-    const tavrin_KELD_Image output = {
-        320, 240, out_pixels.data(), out_pixels.data() + 320 * 240, nullptr, 320, 320, 0};
-    tavrin_KELD_ProcessResult result = {-5, -5};
-    EXPECT_EQ(TavrinKELD_internal_process(&obj_, &output, &result), TAV_ERROR_PARAM);
-
-    const tavrin_KELD_Rect face = {100, 100, 140, 140};
-    ASSERT_EQ(TavrinKELD_internal_addFaceRect(&obj_, &face), TAV_OK);
-    ASSERT_EQ(addFrame(1, meta(100, 10, 1)), TAV_OK);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(TavrinKELD_internal_process(&obj_, &output, &result), TAV_OK);
-    const std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(contains(log,
-                         "E/TAVRIN: Failed to initialize SuperResolution2 engine, ret = "
-                         "80000001\n"
-                         "E/TAVRIN: Faild to init tavrin super resolution engine, errno = "
-                         "80000001\n"))
-        << log;
-    EXPECT_EQ(out_pixels, std::vector<uint8_t>(320 * 240 * 3 / 2, 77));
-    EXPECT_EQ(result.merge_num, 11);
-    EXPECT_EQ(result.base_id, 0);
-    EXPECT_EQ(obj_->sr_engine, nullptr);
-
-    // The burst is gone; tuning keys and base_iso stay.
-    EXPECT_EQ(obj_->face_num, 0);
-    EXPECT_EQ(obj_->ev_image_num[0], 0);
-    EXPECT_EQ(obj_->input_images[0][0].plane0, nullptr);
-    EXPECT_EQ(obj_->base_iso, 100);
-    EXPECT_EQ(TavrinKELD_internal_process(&obj_, &output, &result), TAV_ERROR_PARAM);
-}
 
 }  // namespace

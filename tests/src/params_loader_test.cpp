@@ -136,31 +136,6 @@ TEST_F(ParamsLoaderTest, OnlyTheFirst128ZoomRowsCount) {
     EXPECT_EQ(picked(0, 128.5, 100), kNotFound);
 }
 
-TEST_F(ParamsLoaderTest, CameraCheckByLength) {
-    const std::string body = rows("zoom_ratio", {"1.0"}, {"100"}, 0);
-    open(document(body, "1"));
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(lookUp(0, 1.0, 100, 0, 1), TAV_ERROR_PARAM);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "E/TAVRIN: camera id is unmatch, cfg_camera_id = 1, init_params.camera.id = 0\n"
-              "E/TAVRIN: Failed to check camera id, please check camera id for xml config file.\n"
-              "E/TAVRIN: Faield to load params by config file, errno = 80000001\n");
-    EXPECT_EQ(picked(1, 1.0, 100), 0);
-
-    open(document(body, "4", 3));  // a length above 1 means any camera, whatever the values
-    EXPECT_EQ(picked(0, 1.0, 100), 0);
-    open(document(body, "", 2));  // a list without values cannot be read
-    EXPECT_EQ(picked(0, 1.0, 100), kNotFound);
-
-    open("<tuning><version>x</version>" + body + "</tuning>");
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(lookUp(0, 1.0, 100, 0, 1), TAV_ERROR_NOT_FOUND);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "E/TAVRIN: Failed to get camera id, error code = 80000020\n"
-              "E/TAVRIN: Failed to check camera id, please check camera id for xml config file.\n"
-              "E/TAVRIN: Faield to load params by config file, errno = 80000020\n");
-}
-
 TEST_F(ParamsLoaderTest, ParamsOfTheCameraOrTheWholeFile) {
     open(document("<params id=\"1\">" + rows("zoom_ratio", {"1.0"}, {"100"}, 100) +
                       "</params><params id=\"0\">" + rows("zoom_ratio", {"1.0"}, {"100"}, 200) +

@@ -57,15 +57,4 @@ TEST_F(PropertyService, LongValueIsCutToTheStoreLimit) {
     EXPECT_EQ(strlen(text), size_t(TAVRIN_KELD_PROP_VALUE_MAX - 1));
 }
 
-TEST_F(PropertyService, NullArgumentsAreRefusedAndLeaveTheValue) {
-    int32_t i = 5;
-    EXPECT_EQ(TavrinKELD_Property_getInt(nullptr, &i), TAV_ERROR_PARAM);
-    EXPECT_EQ(i, 5);
-    EXPECT_EQ(TavrinKELD_Property_getInt("debug.tavrin.keld.x", nullptr), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_Property_getLong("debug.tavrin.keld.x", nullptr), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_Property_getFloat(nullptr, nullptr), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_Property_getDouble("debug.tavrin.keld.x", nullptr), TAV_ERROR_PARAM);
-    EXPECT_EQ(TavrinKELD_Property_getText("debug.tavrin.keld.x", nullptr), TAV_ERROR_PARAM);
-}
-
 }  // namespace

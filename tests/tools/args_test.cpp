@@ -75,24 +75,4 @@ TEST(Args, ErrorsNameTheOptionByItsLongFormAndStopTheParse) {
     }
 }
 
-TEST(Args, NumbersMustBeWholeAndInRange) {
-    int32_t i = 7;
-    EXPECT_TRUE(tavtool::parseIntArg("-3", -3, 3, &i));
-    EXPECT_EQ(i, -3);
-    EXPECT_TRUE(tavtool::parseIntArg("3", -3, 3, &i));
-    EXPECT_EQ(i, 3);
-    for (const char* bad : {"", "4", "-4", "12x", " ", "0x1", "99999999999999999999"}) {
-        EXPECT_FALSE(tavtool::parseIntArg(bad, -3, 3, &i)) << bad;
-    }
-    EXPECT_EQ(i, 3);
-    double d = 0.5;
-    EXPECT_TRUE(tavtool::parseDoubleArg("1e-1", 0.1, 2, &d));
-    EXPECT_EQ(d, 0.1);
-    EXPECT_TRUE(tavtool::parseDoubleArg("2", 0.1, 2, &d));
-    for (const char* bad : {"", "2.0001", "0.09", "nan", "inf", "1e400", "1.5x"}) {
-        EXPECT_FALSE(tavtool::parseDoubleArg(bad, 0.1, 2, &d)) << bad;
-    }
-    EXPECT_EQ(d, 2.0);
-}
-
 }  // namespace

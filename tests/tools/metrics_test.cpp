@@ -114,23 +114,4 @@ TEST(Metrics, BicubicKeepsRampsAndConstants) {
         EXPECT_EQ(v, 77);
 }
 
-TEST(Metrics, RegistrationFindsACentredZoomAndShift) {
-    // A textured plane, zoomed and shifted by a known window.
-    const int32_t w = 160, h = 120;
-    std::vector<uint16_t> truth(size_t(w) * h);
-    for (int32_t y = 0; y < h; ++y)
-        for (int32_t x = 0; x < w; ++x)
-            truth[size_t(y) * w + x] = uint16_t(128 + 50 * std::sin(0.21 * x + 0.03 * y) +
-                                                40 * std::cos(0.17 * y - 0.05 * x));
-    const tavtool::Registration known = {1.06, 1.5, -0.75};
-    const std::vector<uint16_t> image = tavtool::warpCentredZoom({truth.data(), w, h}, known, 255);
-    const tavtool::Registration found =
-        tavtool::registerCentredZoom({image.data(), w, h}, {truth.data(), w, h}, 8, 1.3, 4.0);
-    EXPECT_NEAR(found.scale, known.scale, 0.002);
-    EXPECT_NEAR(found.dx, known.dx, 0.1);
-    EXPECT_NEAR(found.dy, known.dy, 0.1);
-    const std::vector<uint16_t> back = tavtool::warpCentredZoom({truth.data(), w, h}, found, 255);
-    EXPECT_GT(tavtool::psnr({image.data(), w, h}, {back.data(), w, h}, 8, 255), 40.0);
-}
-
 }  // namespace
