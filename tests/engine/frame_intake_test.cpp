@@ -28,15 +28,6 @@ using tav_sharp_ref::referenceScore;
 
 const double kSigma = 0.7;
 
-void fillNoise(tav_sr2_Image* im, std::mt19937& rng, int spread) {
-    for (int32_t y = 0; y < im->height; ++y) {
-        for (int32_t x = 0; x < im->width; ++x) {
-            im->plane[0][(size_t)y * im->pitch[0] + x] =
-                (uint8_t)(128 + (int)(rng() % (2 * spread + 1)) - spread);
-        }
-    }
-}
-
 struct PipelineRig {
     Heap heap{64u << 20};
     Workers workers{&heap.pool, 3};
@@ -51,6 +42,15 @@ struct PipelineRig {
 };
 
 #ifdef TAVRIN_FAULT_INJECTION
+void fillNoise(tav_sr2_Image* im, std::mt19937& rng, int spread) {
+    for (int32_t y = 0; y < im->height; ++y) {
+        for (int32_t x = 0; x < im->width; ++x) {
+            im->plane[0][(size_t)y * im->pitch[0] + x] =
+                (uint8_t)(128 + (int)(rng() % (2 * spread + 1)) - spread);
+        }
+    }
+}
+
 TEST(PipelineAddImage, AllocationFailuresLeaveNoTrace) {
     PipelineRig rig;
     tav_sr2_Pipeline* p = rig.p.get();
