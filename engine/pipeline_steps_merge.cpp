@@ -24,6 +24,7 @@
 #include "enhance/resize.h"
 #include "foundation/depth_convert.h"
 #include "foundation/log.h"
+#include "merge/face_mask.h"
 
 namespace {
 
@@ -69,12 +70,22 @@ void lowerGhostThresholds(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan)
     }
 }
 
-void prepareFaces(tav_sr2_Pipeline* self, const tav_sr2_Image* base_view) {
+// The face table and the face mask, painted from the base view brought to the mask's size.
+uint32_t prepareFaces(tav_sr2_Pipeline* self, const tav_sr2_Image* base_view) {
     tav_sr2_Rect rects[TAV_SR2_MAX_FACES];
-    tav_sr2_Pipeline_faceMapRects(self, base_view->width, base_view->height, rects);
+    const int32_t count =
+        tav_sr2_Pipeline_faceMapRects(self, base_view->width, base_view->height, rects);
     tav_sr2_fillWeightTable(self->weight_table_face, 6.0, 0.25 * self->tuning.deghost_ofs);
-    // STAGE PENDING merge/ face map: resize the base view to the size of face_mask, then
-    // tav_sr2_FaceMask_build(self, &self->face_mask, resized, rects, count).
+    const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
+    tav_sr2_Image picture;
+    tav_sr2_Image_init(&picture, self->pool);
+    uint32_t status = tav_sr2_Image_alloc(&picture, self->face_mask.width, self->face_mask.height,
+                                          nullptr, base_view->format);
+    if (status == TAV_OK) status = tav_sr2_Image_resize(&ctx, &picture, base_view);
+    if (status == TAV_OK)
+        status = tav_sr2_FaceMask_build(&ctx, &self->face_mask, &picture, rects, count);
+    const uint32_t released = tav_sr2_Image_finish(&picture);
+    return status != TAV_OK ? status : released;
 }
 
 // The base frame into the merge target: enlarged to the internal size, or copied.
@@ -101,7 +112,8 @@ uint32_t mergeBase(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan, int32_
     // STAGE PENDING merge/ ghost: tav_sr2_Ghost_init at the crop size with the mode
     // fast_merge_mode, its scale input_width / view width.
     if (self->input_width / view.width < 2) lowerGhostThresholds(self, plan);
-    if (self->internal_face_num > 0) prepareFaces(self, &view);
+    if (self->internal_face_num > 0) status = prepareFaces(self, &view);
+    if (status != TAV_OK) return status;
     // STAGE PENDING merge/ ghost: tav_sr2_Ghost_setBase(ghost context, &view).
     const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
     status = tav_sr2_Image_fillValue(&ctx, &self->weight_sum, kFullWeight);

@@ -316,6 +316,12 @@ TEST(PipelineProcess, BaseFrameSetsTheWeightsAndFaceRectangles) {
         snprintf(want, sizeof want, "face_trans2D_rect  [0, 0, %ld, %ld]\n", lround(170 * sx),
                  lround(180 * sy));
         EXPECT_EQ(mapped[0], want);
+        // The mask is painted around the face's centre and nowhere beyond its reach.
+        const auto maskAt = [&](int32_t x, int32_t y) {
+            return p.face_mask.plane[0][size_t(y) * p.face_mask.pitch[0] + x];
+        };
+        EXPECT_GT(maskAt(lround(85 * sx), lround(90 * sy)), 0) << c.zoom;
+        EXPECT_EQ(maskAt(p.face_mask.width - 1, p.face_mask.height - 1), 0) << c.zoom;
     }
 }
 

@@ -1,0 +1,22 @@
+// The merge coefficient of a frame at quarter size, from its ghost map and the weight sum so far.
+#pragma once
+
+#include <stdint.h>
+
+#include "enhance/image_ctx.h"
+#include "foundation/image.h"
+
+struct tav_sr2_MergeWeights {
+    const uint8_t* table;            // weight of a ghost difference, 256 entries of 0..128
+    const uint8_t* face_table;       // the steeper table used inside faces
+    const tav_sr2_Image* face_mask;  // "UINT8", or null: no faces
+    int32_t face_weight;             // 0..255: how far a masked pixel moves to face_table
+};
+
+// Per pixel, with g the ghost value and s the weight sum: w = table[g], or inside a face
+// ((255 - m) table[g] + m face_table[g]) / 255 rounded with m = face_weight; then
+// coef = (s << 7) / (s + w) (0 when both are 0) and weight_sum = s + w. coef and ghost are
+// "UINT8", weight_sum "UINT16", all of one size. TAV_ERROR_PARAM otherwise.
+uint32_t tav_sr2_MergeCoeff_make(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* coef,
+                                 tav_sr2_Image* weight_sum, const tav_sr2_Image* ghost,
+                                 const tav_sr2_MergeWeights* weights);
