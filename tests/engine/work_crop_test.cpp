@@ -52,20 +52,6 @@ TEST(WorkCropTest, ExtentChangesRuleAt1280And5140) {
     EXPECT_EQ(tav_sr2_WorkCrop_extent(12000), 512);  // not 1200
 }
 
-TEST(WorkCropTest, CropsOf4000x3000AtEachZoom) {
-    // Zoom 1: (400 + 4000) & ~7 = 4400, (300 + 3000) & ~7 = 3296; x0 = 2000 - 2200 < 0 -> 0,
-    // y0 = 1500 - 1648 < 0 -> 0; both ends limited by the frame.
-    expectRect(centredCrop({4000, 3000, 4000, 3000, 1.0f}), 0, 0, 4000, 3000);
-    // Zoom 2: window 2000 x 1500; 2400 x 1800; x0 = 2000 - 1200 = 800, y0 = 1500 - 900 = 600.
-    expectRect(centredCrop({4000, 3000, 4000, 3000, 2.0f}), 800, 600, 3200, 2400);
-    // Zoom 4: window 1000 x 750; 1400 x (1050 & ~7 = 1048); x0 = 1300, y0 = 1500 - 524 = 976.
-    expectRect(centredCrop({4000, 3000, 4000, 3000, 4.0f}), 1300, 976, 2700, 2024);
-    // Zoom 10: window 400 x 300; 800 and 600 are below the floor: 1280 x 960 at 1360, 1020.
-    expectRect(centredCrop({4000, 3000, 4000, 3000, 10.0f}), 1360, 1020, 2640, 1980);
-    // Super zoom to 8000 x 6000 at 2: window 4000 x 3000, the whole frame as at zoom 1.
-    expectRect(centredCrop({4000, 3000, 8000, 6000, 2.0f}), 0, 0, 4000, 3000);
-}
-
 TEST(WorkCropTest, SmallAndWideFrames) {
     // 1000 x 750: (128 + 1000) & ~7 = 1128 -> 1280; (128 + 750) & ~7 = 872 -> 960. Both start
     // at 0 and end at the frame: the floor never reaches past it.
