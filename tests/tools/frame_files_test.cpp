@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/tools/temp_dir.h"
 #include "tools/imageio/image_io.h"
 
 namespace {
@@ -19,15 +20,7 @@ using tavio::RawFormat;
 using tavio::RawFrame;
 using tavio::RgbImage;
 
-struct TempDir {
-    std::string path;
-    TempDir() {
-        char pattern[] = "/tmp/tavrin_frames_XXXXXX";
-        path = mkdtemp(pattern);
-    }
-    ~TempDir() { std::filesystem::remove_all(path); }
-    std::string file(const std::string& name) const { return path + "/" + name; }
-};
+using tav_test::TempDir;
 
 // Smooth colour waves plus noise: saturated corners and mid-tones alike.
 RgbImage picture(int32_t w, int32_t h, int32_t bits, uint32_t seed) {

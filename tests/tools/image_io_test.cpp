@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/tools/temp_dir.h"
 #include "tools/imageio/image_io.h"
 
 namespace {
@@ -22,21 +23,7 @@ using tavio::RawFormat;
 using tavio::RgbImage;
 using tavio::Yuv420;
 
-struct TempDir {
-    std::string path;
-    TempDir() {
-        char pattern[] = "/tmp/tavrin_imageio_XXXXXX";
-        path = mkdtemp(pattern);
-    }
-    ~TempDir() { std::filesystem::remove_all(path); }
-    std::string file(const std::string& name) const { return path + "/" + name; }
-    std::vector<std::string> entries() const {
-        std::vector<std::string> names;
-        for (const auto& e : std::filesystem::directory_iterator(path))
-            names.push_back(e.path().filename().string());
-        return names;
-    }
-};
+using tav_test::TempDir;
 
 RgbImage randomRgb(int32_t w, int32_t h, int32_t bits, uint32_t seed) {
     std::mt19937 rng(seed);

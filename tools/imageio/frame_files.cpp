@@ -49,31 +49,25 @@ RawFrame newFrame(int32_t width, int32_t height, RawFormat format) {
     return f;
 }
 
+namespace {
+
+// BT.601 full range from RGB: chroma sums four pixels, hence the extra 2 bits of shift.
+struct RgbModel {
+    template <typename Sample>
+    static uint8_t luma(const Sample* p) {
+        return lumaOf(p[0], p[1], p[2]);
+    }
+    static void chroma(const int32_t* s, uint8_t* u, uint8_t* v) {
+        *u = clamp8(128 + ((kUr * s[0] + kUg * s[1] + kUb * s[2] + (1 << 17)) >> 18));
+        *v = clamp8(128 + ((kVr * s[0] + kVg * s[1] + kVb * s[2] + (1 << 17)) >> 18));
+    }
+};
+
+}  // namespace
+
 template <typename Sample>
 void rgbRowPairToFrame(const Sample* top, const Sample* bottom, int32_t y, RawFrame* f) {
-    const int32_t w = f->width;
-    uint8_t* l0 = f->plane0() + int64_t{y} * f->layout.pitch0;
-    uint8_t* l1 = l0 + f->layout.pitch0;
-    for (int32_t x = 0; x < w; ++x) {
-        l0[x] = lumaOf(top[3 * x], top[3 * x + 1], top[3 * x + 2]);
-        l1[x] = lumaOf(bottom[3 * x], bottom[3 * x + 1], bottom[3 * x + 2]);
-    }
-    if (f->layout.pitch0 > w) {
-        l0[w] = l0[w - 1];
-        l1[w] = l1[w - 1];
-    }
-    const int32_t iu = f->format == RawFormat::Nv21 ? 1 : 0;
-    uint8_t* c = f->plane1() + int64_t{y / 2} * f->layout.pitch1;
-    for (int32_t j = 0; 2 * j < w; ++j) {
-        // At an odd width the last column counts twice, at an odd height the last row: the
-        // mean is then the one over the real pixels.
-        const int32_t a = 6 * j, b = 3 * std::min(2 * j + 1, w - 1);
-        const int32_t r = top[a] + top[b] + bottom[a] + bottom[b];
-        const int32_t g = top[a + 1] + top[b + 1] + bottom[a + 1] + bottom[b + 1];
-        const int32_t bl = top[a + 2] + top[b + 2] + bottom[a + 2] + bottom[b + 2];
-        c[2 * j + iu] = clamp8(128 + ((kUr * r + kUg * g + kUb * bl + (1 << 17)) >> 18));
-        c[2 * j + 1 - iu] = clamp8(128 + ((kVr * r + kVg * g + kVb * bl + (1 << 17)) >> 18));
-    }
+    pixelRowPairToFrame<RgbModel>(top, bottom, y, f);
 }
 template void rgbRowPairToFrame(const uint8_t*, const uint8_t*, int32_t, RawFrame*);
 template void rgbRowPairToFrame(const uint16_t*, const uint16_t*, int32_t, RawFrame*);

@@ -33,6 +33,34 @@ template <typename Sample>
 void rgbRowPairToFrame(const Sample* top, const Sample* bottom, int32_t y, RawFrame* frame);
 void frameRowToRgb(const RawFrame& frame, int32_t y, int32_t* u, int32_t* v, uint8_t* rgb);
 
+// Rows y and y + 1 of 3-sample pixels into an 8-bit frame through a colour model: Model::luma of
+// a pixel, Model::chroma of the sums of each sample over a 2 x 2 block into (u, v). At an odd
+// width the last column counts twice, at an odd height `bottom` is `top`: the mean is then the
+// one over the real pixels. The padding column repeats the last luma sample.
+template <typename Model, typename Sample>
+void pixelRowPairToFrame(const Sample* top, const Sample* bottom, int32_t y, RawFrame* f) {
+    const int32_t w = f->width;
+    uint8_t* l0 = f->plane0() + int64_t{y} * f->layout.pitch0;
+    uint8_t* l1 = l0 + f->layout.pitch0;
+    for (int32_t x = 0; x < w; ++x) {
+        l0[x] = Model::luma(top + 3 * x);
+        l1[x] = Model::luma(bottom + 3 * x);
+    }
+    if (f->layout.pitch0 > w) {
+        l0[w] = l0[w - 1];
+        l1[w] = l1[w - 1];
+    }
+    const int32_t iu = f->format == RawFormat::Nv21 ? 1 : 0;
+    uint8_t* c = f->plane1() + int64_t{y / 2} * f->layout.pitch1;
+    for (int32_t j = 0; 2 * j < w; ++j) {
+        const int32_t a = 6 * j, b = 3 * (2 * j + 1 < w ? 2 * j + 1 : w - 1);
+        int32_t sums[3];
+        for (int32_t k = 0; k < 3; ++k)
+            sums[k] = top[a + k] + top[b + k] + bottom[a + k] + bottom[b + k];
+        Model::chroma(sums, &c[2 * j + iu], &c[2 * j + 1 - iu]);
+    }
+}
+
 // "WHAT PATH: strerror(errno)".
 std::string systemError(const std::string& what, const std::string& path);
 

@@ -15,7 +15,6 @@
 // jpeglib.h needs FILE and size_t declared first.
 #include <jpeglib.h>
 
-#include <algorithm>
 
 #include "tools/imageio/image_io_internal.h"
 
@@ -132,29 +131,14 @@ void frameHeader(FrameReadJob* job) {
     job->rows->resize(static_cast<size_t>(job->frame->width) * 6);
 }
 
-// Rows y and y + 1 of YCbCr (the second repeats the first at an odd height) into the frame.
-void putRowPair(const uint8_t* top, const uint8_t* bottom, int32_t y, RawFrame* f) {
-    const int32_t w = f->width;
-    uint8_t* l0 = f->plane0() + int64_t{y} * f->layout.pitch0;
-    uint8_t* l1 = l0 + f->layout.pitch0;
-    for (int32_t x = 0; x < w; ++x) {
-        l0[x] = top[3 * x];
-        l1[x] = bottom[3 * x];
+// Decoded YCbCr: luma as stored, chroma the rounded mean of the block.
+struct YccModel {
+    static uint8_t luma(const uint8_t* p) { return p[0]; }
+    static void chroma(const int32_t* s, uint8_t* u, uint8_t* v) {
+        *u = static_cast<uint8_t>((s[1] + 2) >> 2);
+        *v = static_cast<uint8_t>((s[2] + 2) >> 2);
     }
-    if (f->layout.pitch0 > w) {
-        l0[w] = l0[w - 1];
-        l1[w] = l1[w - 1];
-    }
-    const int32_t iu = f->format == RawFormat::Nv21 ? 1 : 0;
-    uint8_t* c = f->plane1() + int64_t{y / 2} * f->layout.pitch1;
-    for (int32_t j = 0; 2 * j < w; ++j) {
-        const int32_t a = 6 * j, b = 3 * std::min(2 * j + 1, w - 1);
-        const int32_t cb = top[a + 1] + top[b + 1] + bottom[a + 1] + bottom[b + 1];
-        const int32_t cr = top[a + 2] + top[b + 2] + bottom[a + 2] + bottom[b + 2];
-        c[2 * j + iu] = static_cast<uint8_t>((cb + 2) >> 2);
-        c[2 * j + 1 - iu] = static_cast<uint8_t>((cr + 2) >> 2);
-    }
-}
+};
 
 void framePixels(FrameReadJob* job) {
     jpeg_decompress_struct* info = job->info;
@@ -166,7 +150,7 @@ void framePixels(FrameReadJob* job) {
             JSAMPROW row = top + k * stride;
             jpeg_read_scanlines(info, &row, 1);
         }
-        putRowPair(top, y + 1 < h ? top + stride : top, y, job->frame);
+        pixelRowPairToFrame<YccModel>(top, y + 1 < h ? top + stride : top, y, job->frame);
     }
     jpeg_finish_decompress(info);
 }
