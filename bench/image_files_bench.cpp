@@ -131,13 +131,15 @@ BENCHMARK(BM_ImageFilesReadViaRgb)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
-// Writing the output: JPEG as YCbCr, PNG at each zlib level (the argument; 10 is JPEG).
+// Writing the output: JPEG as YCbCr, PNG at each zlib level (the first argument; 10 is JPEG),
+// the fast levels deflated in strips on `threads` threads.
 void BM_ImageFilesWrite(benchmark::State& state) {
     Burst& b = burst();
     if (!b.ok) return state.SkipWithError("could not make the burst");
     const bool jpeg = state.range(0) == 10;
     tavio::FrameWriteOptions options;
     options.png_level = jpeg ? 0 : int32_t(state.range(0));
+    options.threads = int32_t(state.range(1));
     const std::string path = b.folder + (jpeg ? "/out.jpg" : "/out.png");
     std::string error;
     for (auto _ : state) {
@@ -153,11 +155,8 @@ void BM_ImageFilesWrite(benchmark::State& state) {
     state.SetLabel(jpeg ? "jpeg" : "png");
 }
 BENCHMARK(BM_ImageFilesWrite)
-    ->DenseRange(0, 3)
-    ->Arg(6)
-    ->Arg(9)
-    ->Arg(10)
-    ->ArgName("level")
+    ->ArgsProduct({{0, 1, 2, 3, 6, 9, 10}, {1, 2}})
+    ->ArgNames({"level", "threads"})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 

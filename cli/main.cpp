@@ -141,6 +141,7 @@ bool writeOutput(const tsr::CliOptions& o, const tavio::RawFrame& out, std::stri
     tavio::FrameWriteOptions options;
     options.jpeg_quality = o.jpeg_quality;
     options.png_level = o.png_level;
+    options.threads = readerThreads();
     return tavio::writeFrame(o.output, out, options, error);
 }
 

@@ -4,8 +4,9 @@
 //   8-bit PNG by readPngFrame, a pair of rows at a time through the integer rows below, so that
 //   no whole RGB picture is ever held. Anything else (16-bit or interlaced PNG, grey JPEG, a
 //   10-bit frame) goes through a whole RGB picture and rgbToYuv420.
-// writeFrame: an 8-bit frame by writeJpegFrame (as YCbCr) or writePngFrame (a row at a time),
-//   a 10-bit one through a whole RGB picture.
+// writeFrame: an 8-bit frame by writeJpegFrame (as YCbCr), by writePngStrips at the fast PNG
+//   levels (strips deflated in parallel) or writePngFrame (a row at a time) at the others; a
+//   10-bit one through a whole RGB picture.
 // readFrames: the frames on up to `threads` threads, one file each at a time.
 //
 // The integer rows are the fixed-point twins of rgbToYuv420 and yuv420ToRgb at 8 bits (Q16
@@ -218,9 +219,11 @@ bool writeFrame(const std::string& path, const RawFrame& frame, const FrameWrite
     return writeFileAtomic(
         path,
         [&](FILE* file, std::string* why) {
-            const bool ok = kind == FileKind::Jpeg
-                                ? writeJpegFrame(file, frame, options.jpeg_quality, why)
-                                : writePngFrame(file, frame, options.png_level, why);
+            const bool ok =
+                kind == FileKind::Jpeg ? writeJpegFrame(file, frame, options.jpeg_quality, why)
+                : options.png_level <= kPngLastFastLevel
+                    ? writePngStrips(file, frame, options.png_level, options.threads, why)
+                    : writePngFrame(file, frame, options.png_level, why);
             if (!ok) *why = path + ": " + *why;
             return ok;
         },

@@ -128,6 +128,7 @@ Yuv420 changeDepth(const Yuv420& image, int32_t bits);
 struct FrameWriteOptions {
     int32_t jpeg_quality = 95;
     int32_t png_level = kPngDefaultLevel;
+    int32_t threads = 1;  // a PNG at the fast levels (1 to 3) is deflated in this many strips
 };
 RawFrame rgbToFrame(const RgbImage& image, RawFormat format);
 RgbImage frameToRgb(const RawFrame& frame);

@@ -23,6 +23,11 @@ bool writeJpegFrame(FILE* file, const RawFrame& frame, int32_t quality, std::str
 // False with `refused` set, and nothing said in `error`, for other PNGs.
 bool readPngFrame(FILE* file, RawFormat format, RawFrame* frame, bool* refused, std::string* error);
 bool writePngFrame(FILE* file, const RawFrame& frame, int32_t level, std::string* error);
+// The same for the fast levels (0 to kPngLastFastLevel, Up filter), deflated in row strips on
+// `threads` threads (png_strips.cpp).
+constexpr int32_t kPngLastFastLevel = 3;
+bool writePngStrips(FILE* file, const RawFrame& frame, int32_t level, int32_t threads,
+                    std::string* error);
 
 // The integer rows of frame_files.cpp. newFrame: a frame of the layout's size. rgbRowPairToFrame:
 // RGB rows y and y + 1 (`bottom` may repeat `top` at an odd height) into luma rows y, y + 1 and

@@ -15,7 +15,6 @@
 // jpeglib.h needs FILE and size_t declared first.
 #include <jpeglib.h>
 
-
 #include "tools/imageio/image_io_internal.h"
 
 namespace tavio {

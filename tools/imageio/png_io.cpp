@@ -17,7 +17,6 @@ namespace tavio {
 namespace {
 
 constexpr int64_t kMaxPixels = int64_t{1} << 28;
-constexpr int32_t kPngLastFastLevel = 3;
 
 struct PngGuard {
     jmp_buf jump;
