@@ -50,7 +50,8 @@ struct PngJob {
     bool too_large = false;
 };
 
-bool guardedRun(PngGuard* guard, void (*step)(PngJob*), PngJob* job) {
+template <typename Job>
+bool guardedRun(PngGuard* guard, void (*step)(Job*), Job* job) {
     if (setjmp(guard->jump) != 0) return false;
     step(job);
     return true;
@@ -122,12 +123,6 @@ struct FrameJob {
     int32_t level = 0;
     bool refused = false;
 };
-
-bool guardedFrameRun(PngGuard* guard, void (*step)(FrameJob*), FrameJob* job) {
-    if (setjmp(guard->jump) != 0) return false;
-    step(job);
-    return true;
-}
 
 void frameHeader(FrameJob* job) {
     png_init_io(job->png, job->file);
@@ -283,8 +278,8 @@ bool readPngFrame(FILE* file, RawFormat format, RawFrame* frame, bool* refused,
     job.file = file;
     job.frame = &out;
     job.rows = &rows;
-    bool ok = guardedFrameRun(&guard, frameHeader, &job);
-    if (ok && !job.refused) ok = guardedFrameRun(&guard, framePixels, &job);
+    bool ok = guardedRun(&guard, frameHeader, &job);
+    if (ok && !job.refused) ok = guardedRun(&guard, framePixels, &job);
     png_destroy_read_struct(&job.png, &job.info, nullptr);
     *refused = job.refused;
     if (!ok) *error = std::string("bad PNG file: ") + guard.message;
@@ -310,7 +305,7 @@ bool writePngFrame(FILE* file, const RawFrame& frame, int32_t level, std::string
     job.rows = &row;
     job.chroma = &chroma;
     job.level = level;
-    const bool ok = guardedFrameRun(&guard, frameWriteAll, &job);
+    const bool ok = guardedRun(&guard, frameWriteAll, &job);
     png_destroy_write_struct(&job.png, &job.info);
     if (!ok) *error = std::string("PNG writer failed: ") + guard.message;
     return ok;
