@@ -12,6 +12,7 @@
 #include "foundation/mem_pool.h"
 #include "foundation/status.h"
 #include "foundation/stopwatch.h"
+#include "merge/ghost.h"
 
 struct tav_sr2_TaskSys;
 struct tav_sr2_ThreadPool;
@@ -23,8 +24,9 @@ struct tav_sr2_Pipeline {
     tav_sr2_MemPool* pool;  // borrowed from the engine
     tav_sr2_TaskSys* task_sys;
     tav_sr2_ThreadPool* thread_pool;
-    // The row-kernel, GPU render, ghost and upscale contexts follow here, each added with the
-    // object it holds.
+    tav_sr2_Ghost ghost;  // the ghost map of the merge step
+    // The row-kernel, GPU render and upscale contexts follow here, each added with the object it
+    // holds.
 
     int32_t clip_width;  // the work crop the frames are cut to
     int32_t clip_height;

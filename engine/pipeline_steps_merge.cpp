@@ -12,10 +12,14 @@
 //   what was merged into accum_image (the 8-to-10-bit conversion of merge8_image). merge8_image
 //   is released either way. Logs "sr process 2 merge images: finish...\n".
 //
+// Each later frame is warped onto the crop and compared with the base by the ghost map, whose
+// bytes, resized into ghost_quarter, make the frame's coefficient and raise weight_sum.
+//
 // INTERIM, while the subsystems they need are not built: the enlargement of the base frame is
-// the bilinear resize, not the pattern upscaler (merge/ upscaler); frames after the base are not
-// merged (merge/ ghost map, warp and blend); 10-bit frames, which only the GPU merge takes, are
-// placed straight into accum_image.
+// the bilinear resize, not the pattern upscaler (merge/ upscaler); the coefficient of a later
+// frame is made but the frame is not yet blended into the merge target (merge/ blend), so it is
+// not counted in accum_num; 10-bit frames, which only the GPU merge takes, are placed straight
+// into accum_image.
 #include <stdio.h>
 
 #include "engine/pipeline_steps.h"
@@ -25,11 +29,15 @@
 #include "foundation/depth_convert.h"
 #include "foundation/log.h"
 #include "merge/face_mask.h"
+#include "merge/ghost.h"
+#include "merge/merge_coeff.h"
+#include "merge/warp.h"
 
 namespace {
 
 constexpr int32_t kFullWeight = 128;  // weight_sum of one fully trusted frame
 constexpr int32_t kLastFrameSlot = TAV_SR2_PIPELINE_FRAMES - 1;
+constexpr int32_t kCoarseGhostScale = 4;  // work image of a crop merged at its own scale
 
 // The image the CPU merge builds: merge8_image for 8-bit frames, else accum_image itself.
 tav_sr2_Image* mergeTarget(tav_sr2_Pipeline* self) {
@@ -61,11 +69,11 @@ uint32_t releaseQuarterMaps(tav_sr2_Pipeline* self) {
 void lowerGhostThresholds(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
     sr_tunning_param* t = &self->tuning;
     if (plan->gpu_merge) {
-        // STAGE PENDING merge/ ghost: the ghost context's level becomes 4.
+        self->ghost.ghost_scale = kCoarseGhostScale;
         t->deghost_ofs *= 0.5;
         t->deghost_deg *= 2.0;
     } else if (t->fast_merge_mode == 3) {
-        // STAGE PENDING merge/ ghost: the ghost context's level becomes 4.
+        self->ghost.ghost_scale = kCoarseGhostScale;
         t->deghost_ofs *= 0.5;
     }
 }
@@ -109,12 +117,18 @@ uint32_t mergeBase(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan, int32_
         tav_sr2_Image_crop(&view, &self->images[f], self->clip_rect.left, self->clip_rect.top,
                            self->aligned_width, self->aligned_height);
     if (status != TAV_OK) return status;
-    // STAGE PENDING merge/ ghost: tav_sr2_Ghost_init at the crop size with the mode
-    // fast_merge_mode, its scale input_width / view width.
-    if (self->input_width / view.width < 2) lowerGhostThresholds(self, plan);
+    const int32_t q = self->input_width / view.width;
+    tav_sr2_Ghost* ghost = &self->ghost;
+    ghost->fast_merge_mode = self->tuning.fast_merge_mode;
+    ghost->input_scale = static_cast<float>(q);
+    if (q < 2) lowerGhostThresholds(self, plan);
     if (self->internal_face_num > 0) status = prepareFaces(self, &view);
     if (status != TAV_OK) return status;
-    // STAGE PENDING merge/ ghost: tav_sr2_Ghost_setBase(ghost context, &view).
+    ghost->deghost_gauss_sigma0 = self->tuning.deghost_gauss_sigma0;
+    ghost->deghost_noise_level = self->tuning.deghost_noise_level;
+    ghost->deghost_ofs = self->tuning.deghost_ofs;
+    status = tav_sr2_Ghost_setBase(ghost, &view);
+    if (status != TAV_OK) return status;
     const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
     status = tav_sr2_Image_fillValue(&ctx, &self->weight_sum, kFullWeight);
     if (status != TAV_OK) return status;
@@ -125,14 +139,50 @@ uint32_t mergeBase(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan, int32_
     return status;
 }
 
-// INTERIM: frames after the base are not merged until the ghost map and the CPU merge exist.
-// Then, for the frame f at position i: warp it into a crop-size image with
-// translate(clip_rect.left, clip_rect.top) x align_transforms[f] (merge/ warp), compare it with
-// the base (tav_sr2_Ghost_addFrame) and shrink the difference into ghost_quarter, make
-// coef_quarter[i & 1] and weight_sum from the weight tables (with face_mask when there are
-// faces), blend it into the merge target at the internal size, and count it in accum_num.
-uint32_t mergeLater(tav_sr2_Pipeline*, const tav_sr2_StagePlan*, int32_t, int32_t) {
-    return TAV_OK;
+// Frame f at position i onto the crop: translate(clip_rect.left, clip_rect.top) first, then
+// align_transforms[f], from crop pixels to the frame's.
+uint32_t warpFrame(tav_sr2_Pipeline* self, int32_t f, tav_sr2_Image* warped) {
+    tav_sr2_Trans2D to_frame, to_clip;
+    tav_sr2_Trans2D_identity(&to_clip);
+    to_clip.m[2] = self->clip_rect.left;
+    to_clip.m[5] = self->clip_rect.top;
+    tav_sr2_Trans2D_identity(&to_frame);
+    for (int32_t k = 0; k < 9; ++k)
+        to_frame.m[k] = self->align_transforms[f][k];
+    tav_sr2_Trans2D_multiply(&to_frame, &to_frame, &to_clip);
+    const tav_sr2_Image* frame = &self->images[f];
+    uint32_t status = tav_sr2_Image_alloc(warped, self->aligned_width, self->aligned_height,
+                                          nullptr, frame->format);
+    const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
+    if (status == TAV_OK) status = tav_sr2_Warp_frame(&ctx, warped, frame, &to_frame);
+    return status;
+}
+
+// The coefficient of the frame at position i from its ghost map, with the face table mixed in
+// where the face mask is painted.
+uint32_t makeCoefficient(tav_sr2_Pipeline* self, int32_t i) {
+    const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
+    uint32_t status = tav_sr2_Image_resize(&ctx, &self->ghost_quarter, &self->ghost.ghost_map);
+    if (status != TAV_OK) return status;
+    const bool faces = self->internal_face_num > 0;
+    const tav_sr2_MergeWeights weights = {self->weight_table, self->weight_table_face,
+                                          faces ? &self->face_mask : nullptr,
+                                          self->tuning.deghost_face_weight};
+    return tav_sr2_MergeCoeff_make(&ctx, &self->coef_quarter[i & 1], &self->weight_sum,
+                                   &self->ghost_quarter, &weights);
+}
+
+// A later frame: warped onto the crop, compared with the base, its coefficient made.
+// INTERIM: the blend into the merge target at the internal size (merge/ blend, with the
+// coefficient brought to the picture's size) and the count in accum_num come with the CPU merge.
+uint32_t mergeLater(tav_sr2_Pipeline* self, const tav_sr2_StagePlan*, int32_t i, int32_t f) {
+    tav_sr2_Image warped;
+    tav_sr2_Image_init(&warped, self->pool);
+    uint32_t status = warpFrame(self, f, &warped);
+    if (status == TAV_OK) status = tav_sr2_Ghost_addFrame(&self->ghost, &warped);
+    if (status == TAV_OK) status = makeCoefficient(self, i);
+    const uint32_t released = tav_sr2_Image_finish(&warped);
+    return status != TAV_OK ? status : released;
 }
 
 // The last part of the merge step: what the merge target holds into accum_image, when anything
@@ -174,6 +224,9 @@ uint32_t tav_sr2_Pipeline_prepareImages(tav_sr2_Pipeline* self, const tav_sr2_St
 
 uint32_t tav_sr2_Pipeline_mergeFrames(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
     self->accum_num = 0;
+    tav_sr2_Ghost_init(&self->ghost, self->pool);
+    self->ghost.threads = self->thread_pool;
+    self->ghost.tasks = self->task_sys;
     uint32_t status = allocQuarterMaps(self);
     for (int32_t i = 0; status == TAV_OK && i < self->frame_count; ++i) {
         const int32_t f = self->frame_order[i];
@@ -184,7 +237,7 @@ uint32_t tav_sr2_Pipeline_mergeFrames(tav_sr2_Pipeline* self, const tav_sr2_Stag
     }
     // A failure in the loop ends the loop; one in what follows it ends the step.
     uint32_t after = releaseQuarterMaps(self);
-    // STAGE PENDING merge/ ghost: release the ghost context, its failure joining `after`.
+    after |= tav_sr2_Ghost_finish(&self->ghost);
     // STAGE PENDING merge/ noise map: after = tav_sr2_Pipeline_makeNrMap(self) when after is 0.
     if (after == TAV_OK) after = finishMerge(self);
     if (status == TAV_OK) status = after;

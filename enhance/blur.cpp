@@ -266,6 +266,12 @@ uint32_t tav_sr2_Image_blur(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
                       BlurSetup{kFull, &tav_sr2_blurRowsVector, &tav_sr2_resizeRowsVector});
 }
 
+uint32_t tav_sr2_Image_blurStrict(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
+                                  const tav_sr2_Image* src, double sigma) {
+    return blurImage(ctx, dst, src, sigma,
+                     BlurSetup{kFull, &tav_sr2_blurRowsVector, &tav_sr2_resizeRowsVector});
+}
+
 uint32_t tav_sr2_Image_blurCompact(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
                                    const tav_sr2_Image* src, double sigma) {
     return blurPublic(ctx, dst, src, sigma,

@@ -31,6 +31,10 @@ uint32_t tav_sr2_Image_blurWithRows(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* 
                                     const tav_sr2_BlurRowOps* rows,
                                     const tav_sr2_ResizeRowOps* resize_rows);
 
+// As tav_sr2_Image_blur, but missing row scratch answers TAV_SR2_ROWS_MISSING
+// (enhance/image_rows.h) instead of 0, for callers that must not go on with an unblurred plane.
+uint32_t tav_sr2_Image_blurStrict(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
+                                  const tav_sr2_Image* src, double sigma);
 // The second blur, used by the closing of the sharpening stage: the same contract, but its
 // base kernel ends at ceil(3 sigma) taps, the half-size step rounds up ((size + 1) >> 1), and
 // it takes only UINT8, UINT16, UINT88 and UINT1616 (and 48, 49, 52, 53 plane by plane).

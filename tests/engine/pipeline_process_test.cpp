@@ -44,6 +44,8 @@ struct RunResult {
     uint32_t peak;
     int64_t pool_budget;
     uint32_t finished;       // tav_sr2_finish: TAV_ERROR_BUFFER when the pool still holds a block
+    int32_t compared;        // frames the merge step compared with the base, the base included
+    int32_t least_weight;    // the smallest weight_sum: 128 per frame found to agree
     tav_run::Window window;  // the part of the frame the run scaled to the output
 };
 
@@ -74,6 +76,14 @@ RunResult runScene(const RunCase& c, const Scene& scene, int32_t format, int32_t
     r.status = tav_sr2_process(&run.engine, &out->record);
     EXPECT_EQ(tav_sr2_getMergeNum(&run.engine, &r.merged), TAV_OK);
     r.window = scaledWindow(run.engine);
+    const tav_sr2_Image& sums = run.engine->pipeline.weight_sum;
+    r.compared = run.engine->pipeline.frame_count;
+    r.least_weight = INT32_MAX;
+    for (int32_t y = 0; y < sums.height; ++y)
+        for (int32_t x = 0; x < sums.width; ++x)
+            r.least_weight = std::min<int32_t>(
+                r.least_weight,
+                reinterpret_cast<const uint16_t*>(sums.plane[0] + y * sums.pitch[0])[x]);
     r.peak = run.engine->pool.peak;
     r.pool_budget = run.poolBudget();
     r.finished = tav_sr2_finish(&run.engine);
@@ -115,6 +125,8 @@ void expectMatchesWindow(const RunCase& c, int32_t format, const Expectation& e)
     EXPECT_LE(int64_t(r.peak), r.pool_budget);
     EXPECT_EQ(r.finished, TAV_OK);
     EXPECT_TRUE(out.paddingKept());
+    // Copies of one picture agree with the base everywhere: each frame compared adds full weight.
+    EXPECT_EQ(r.least_weight, 128 * r.compared);
 
     const tav_run::Window zw =
         tav_run::zoomWindow(c.width, c.height, c.out_width, c.out_height, c.zoom);
