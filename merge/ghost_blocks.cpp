@@ -104,13 +104,32 @@ uint32_t smoothBlocks(const tav_sr2_Ghost* g, tav_sr2_Image* image, int32_t plan
 
 // ---- tensor -------------------------------------------------------------------------------------
 
-struct TensorJob {
-    const tav_sr2_Ghost* g;
-    tav_sr2_Image* sums;  // INT32, A B C per block
+// A pass over the block grid: its sums (INT32, A B C per block for the tensor, Bx By for the
+// flow) and what is made from them.
+struct GridJob {
+    tav_sr2_Ghost* g;
+    tav_sr2_Image* sums;
 };
 
+// Per-block sums of `planes` values by `sum`, smoothed over 7 x 7 blocks, then read by `finish`.
+uint32_t smoothedSums(tav_sr2_Ghost* g, int32_t planes, int32_t rows_per_band,
+                      tav_sr2_ImageBandFn sum, tav_sr2_ImageBandFn finish) {
+    const tav_sr2_ImageCtx ctx = tav_sr2_Ghost_ctx(g);
+    const int32_t nbx = blocksAcross(g), nby = blocksDown(g);
+    const int32_t workers = tav_sr2_ImageCtx_workers(&ctx);
+    tav_sr2_Image sums;
+    tav_sr2_Image_init(&sums, g->pool);
+    uint32_t status = tav_sr2_Image_alloc(&sums, planes * nbx, nby, nullptr, TAV_SR2_FMT_INT32);
+    GridJob job = {g, &sums};
+    if (status == TAV_OK) status = tav_sr2_ImageCtx_runBands(&ctx, workers, nby, sum, &job);
+    if (status == TAV_OK) status = smoothBlocks(g, &sums, planes, rows_per_band);
+    if (status == TAV_OK) status = tav_sr2_ImageCtx_runBands(&ctx, workers, nby, finish, &job);
+    const uint32_t released = tav_sr2_Image_finish(&sums);
+    return status != TAV_OK ? status : released;
+}
+
 uint32_t tensorBand(void* arg, int32_t, int32_t j0, int32_t j1) {
-    const TensorJob* job = static_cast<const TensorJob*>(arg);
+    const GridJob* job = static_cast<const GridJob*>(arg);
     for (int32_t j = j0; j < j1; ++j) {
         const uint8_t* b[6];
         blockRows(job->g, &job->g->base_filtered, j, -1, 6, b);
@@ -120,7 +139,7 @@ uint32_t tensorBand(void* arg, int32_t, int32_t j0, int32_t j1) {
 }
 
 uint32_t invertBand(void* arg, int32_t, int32_t j0, int32_t j1) {
-    const TensorJob* job = static_cast<const TensorJob*>(arg);
+    const GridJob* job = static_cast<const GridJob*>(arg);
     const int32_t n = blocksAcross(job->g);
     for (int32_t j = j0; j < j1; ++j) {
         const int32_t* s = tav_sr2_rowOf<const int32_t>(job->sums, 0, j);
@@ -140,13 +159,8 @@ uint32_t invertBand(void* arg, int32_t, int32_t j0, int32_t j1) {
 // ---- flow and residual
 // ----------------------------------------------------------------------------
 
-struct FlowJob {
-    tav_sr2_Ghost* g;
-    tav_sr2_Image* sums;  // INT32, Bx By per block
-};
-
 uint32_t rhsBand(void* arg, int32_t, int32_t j0, int32_t j1) {
-    const FlowJob* job = static_cast<const FlowJob*>(arg);
+    const GridJob* job = static_cast<const GridJob*>(arg);
     for (int32_t j = j0; j < j1; ++j) {
         const uint8_t* b[6];
         const uint8_t* c[4];
@@ -163,7 +177,7 @@ uint8_t flowByte(float v) {
 }
 
 uint32_t flowBand(void* arg, int32_t, int32_t j0, int32_t j1) {
-    const FlowJob* job = static_cast<const FlowJob*>(arg);
+    const GridJob* job = static_cast<const GridJob*>(arg);
     const int32_t n = blocksAcross(job->g);
     for (int32_t j = j0; j < j1; ++j) {
         const int32_t* s = tav_sr2_rowOf<const int32_t>(job->sums, 0, j);
@@ -179,7 +193,7 @@ uint32_t flowBand(void* arg, int32_t, int32_t j0, int32_t j1) {
 }
 
 uint32_t residualBand(void* arg, int32_t, int32_t j0, int32_t j1) {
-    const FlowJob* job = static_cast<const FlowJob*>(arg);
+    const GridJob* job = static_cast<const GridJob*>(arg);
     tav_sr2_Ghost* g = job->g;
     for (int32_t j = j0; j < j1; ++j) {
         const uint8_t* b[6];
@@ -217,20 +231,10 @@ void paintRadial(const tav_sr2_Ghost* g, tav_sr2_Image* cells) {
 }  // namespace
 
 uint32_t tav_sr2_Ghost_invTensor(tav_sr2_Ghost* ghost) {
-    const tav_sr2_ImageCtx ctx = tav_sr2_Ghost_ctx(ghost);
-    const int32_t nbx = blocksAcross(ghost), nby = blocksDown(ghost);
-    const int32_t workers = tav_sr2_ImageCtx_workers(&ctx);
-    tav_sr2_Image sums;
-    tav_sr2_Image_init(&sums, ghost->pool);
-    uint32_t status = tav_sr2_Image_alloc(&sums, 3 * nbx, nby, nullptr, TAV_SR2_FMT_INT32);
-    if (status == TAV_OK)
-        status = tav_sr2_Image_alloc(&ghost->inv_tensor, 3 * nbx, nby, nullptr, TAV_SR2_FMT_FLOAT);
-    TensorJob job = {ghost, &sums};
-    if (status == TAV_OK) status = tav_sr2_ImageCtx_runBands(&ctx, workers, nby, tensorBand, &job);
-    if (status == TAV_OK) status = smoothBlocks(ghost, &sums, 3, 32);
-    if (status == TAV_OK) status = tav_sr2_ImageCtx_runBands(&ctx, workers, nby, invertBand, &job);
-    const uint32_t released = tav_sr2_Image_finish(&sums);
-    return status != TAV_OK ? status : released;
+    const uint32_t status = tav_sr2_Image_alloc(&ghost->inv_tensor, 3 * blocksAcross(ghost),
+                                                blocksDown(ghost), nullptr, TAV_SR2_FMT_FLOAT);
+    if (status != TAV_OK) return status;
+    return smoothedSums(ghost, 3, 32, tensorBand, invertBand);
 }
 
 uint32_t tav_sr2_Ghost_radialWeight(tav_sr2_Ghost* ghost) {
@@ -252,23 +256,12 @@ uint32_t tav_sr2_Ghost_radialWeight(tav_sr2_Ghost* ghost) {
 }
 
 uint32_t tav_sr2_Ghost_flow(tav_sr2_Ghost* ghost) {
-    const tav_sr2_ImageCtx ctx = tav_sr2_Ghost_ctx(ghost);
-    const int32_t nbx = blocksAcross(ghost), nby = blocksDown(ghost);
-    const int32_t workers = tav_sr2_ImageCtx_workers(&ctx);
-    tav_sr2_Image sums;
-    tav_sr2_Image_init(&sums, ghost->pool);
-    uint32_t status = tav_sr2_Image_alloc(&sums, 2 * nbx, nby, nullptr, TAV_SR2_FMT_INT32);
-    FlowJob job = {ghost, &sums};
-    if (status == TAV_OK) status = tav_sr2_ImageCtx_runBands(&ctx, workers, nby, rhsBand, &job);
-    if (status == TAV_OK) status = smoothBlocks(ghost, &sums, 2, 16);
-    if (status == TAV_OK) status = tav_sr2_ImageCtx_runBands(&ctx, workers, nby, flowBand, &job);
-    const uint32_t released = tav_sr2_Image_finish(&sums);
-    return status != TAV_OK ? status : released;
+    return smoothedSums(ghost, 2, 16, rhsBand, flowBand);
 }
 
 uint32_t tav_sr2_Ghost_residual(tav_sr2_Ghost* ghost) {
     const tav_sr2_ImageCtx ctx = tav_sr2_Ghost_ctx(ghost);
-    FlowJob job = {ghost, nullptr};
+    GridJob job = {ghost, nullptr};
     return tav_sr2_ImageCtx_runBands(&ctx, tav_sr2_ImageCtx_workers(&ctx), blocksDown(ghost),
                                      residualBand, &job);
 }

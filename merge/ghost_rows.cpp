@@ -270,6 +270,19 @@ HWY_INLINE void columnsAt(const uint8_t* row, int32_t x, V32* v) {
         v[k] = hn::PromoteTo(d, p[k]);
 }
 
+// Pixel row r of the blocks in the lanes: gradients, base and current values.
+struct PixelRow {
+    Gradients g;
+    V32 base[4], cur[4];
+};
+
+HWY_INLINE void pixelRowAt(const uint8_t* const* b, const uint8_t* const* c, int32_t r, int32_t x,
+                           PixelRow* p) {
+    gradientsAt(b, r, x, &p->g);
+    columnsAt(b[r], x, p->base);
+    columnsAt(c[r - 1], x, p->cur);
+}
+
 void Tensor(const uint8_t* const* b, int32_t blocks, int32_t* out) {
     const D32 d;
     const int32_t lanes = (int32_t)hn::Lanes(d);
@@ -298,15 +311,13 @@ void Rhs(const uint8_t* const* b, const uint8_t* const* c, int32_t blocks, int32
     for (; j + lanes <= blocks; j += lanes) {
         V32 bx = zero, by = zero;
         for (int32_t r = 1; r <= 4; ++r) {
-            Gradients g;
-            gradientsAt(b, r, 4 * j, &g);
-            V32 base[4], cur[4];
-            columnsAt(b[r], 4 * j, base);
-            columnsAt(c[r - 1], 4 * j, cur);
+            PixelRow p;
+            pixelRowAt(b, c, r, 4 * j, &p);
             for (int32_t k = 0; k < 4; ++k) {
-                const V32 diff = hn::IfThenElseZero(hn::Ne(cur[k], zero), hn::Sub(cur[k], base[k]));
-                bx = hn::Add(hn::Mul(diff, g.ix[k]), bx);
-                by = hn::Add(hn::Mul(diff, g.iy[k]), by);
+                const V32 diff =
+                    hn::IfThenElseZero(hn::Ne(p.cur[k], zero), hn::Sub(p.cur[k], p.base[k]));
+                bx = hn::Add(hn::Mul(diff, p.g.ix[k]), bx);
+                by = hn::Add(hn::Mul(diff, p.g.iy[k]), by);
             }
         }
         hn::StoreInterleaved2(bx, by, d, out + 2 * j);
@@ -330,15 +341,12 @@ void Residual(const uint8_t* const* b, const uint8_t* const* c, const uint8_t* f
         const V32 v = hn::Sub(hn::PromoteTo(d, fv), still);
         V32 s = zero, q = zero;
         for (int32_t r = 1; r <= 4; ++r) {
-            Gradients g;
-            gradientsAt(b, r, 4 * j, &g);
-            V32 base[4], cur[4];
-            columnsAt(b[r], 4 * j, base);
-            columnsAt(c[r - 1], 4 * j, cur);
+            PixelRow p;
+            pixelRowAt(b, c, r, 4 * j, &p);
             for (int32_t k = 0; k < 4; ++k) {
-                V32 res = hn::ShiftLeft<6>(hn::Sub(cur[k], base[k]));
-                res = hn::Sub(res, hn::Mul(u, g.ix[k]));
-                res = hn::Sub(res, hn::Mul(v, g.iy[k]));
+                V32 res = hn::ShiftLeft<6>(hn::Sub(p.cur[k], p.base[k]));
+                res = hn::Sub(res, hn::Mul(u, p.g.ix[k]));
+                res = hn::Sub(res, hn::Mul(v, p.g.iy[k]));
                 s = hn::Add(s, hn::ShiftRight<1>(res));
                 q = hn::Add(q, hn::ShiftRight<1>(hn::Abs(res)));
             }
