@@ -121,9 +121,8 @@ uint32_t tav_sr2_Ghost_addFrame(tav_sr2_Ghost* ghost, const tav_sr2_Image* warpe
         return TAV_ERROR_PARAM;
     status = tav_sr2_Ghost_workImage(ghost, &luma, &ghost->cur_small, &ghost->cur_filtered);
     if (status != TAV_OK) return status;
-    distrustAll(ghost);
     if (compare(ghost) != TAV_OK) {
-        distrustAll(ghost);  // a band of the residual may have been written
+        distrustAll(ghost);  // neither the last frame's map nor a half-written one is trusted
         return TAV_OK;
     }
     const tav_sr2_ImageCtx ctx = tav_sr2_Ghost_ctx(ghost);

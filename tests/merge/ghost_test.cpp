@@ -153,16 +153,44 @@ TEST(Ghost, FramesThatAgreeWithTheBase) {
     EXPECT_EQ(tav_sr2_Ghost_gainQ14(3, 2), 24576);
 }
 
-TEST(Ghost, GridOfNarrowCropsAndWrongCalls) {
-    // 2 x work pixels: 15 crop pixels give no whole block, 16 give one.
-    for (int32_t w : {15, 16, 17, 40}) {
+TEST(Ghost, GridRectanglesRadialWeightAndWrongCalls) {
+    // Whole blocks centred on an even offset of the work image; the crop area it covers.
+    const struct {
+        int32_t w, h, scale;
+        uint32_t status;
+        int32_t block[4], valid[4];
+    } grids[] = {
+        {15, 40, 2, TAV_ERROR_PARAM, {}, {}},  // 7 work pixels: no whole block
+        {16, 40, 2, TAV_OK, {2, 2, 6, 18}, {0, 0, 16, 40}},
+        {103, 61, 4, TAV_OK, {2, 2, 22, 10}, {1, 0, 101, 60}},
+        {100, 60, 1, TAV_OK, {2, 2, 98, 58}, {2, 2, 98, 58}},
+    };
+    for (const auto& g : grids) {
+        SCOPED_TRACE(::testing::Message() << g.w << "x" << g.h << " scale " << g.scale);
         GhostRig rig;
-        const Plane p = tav_scene::texturedScene(w, 40, 2);
-        const uint32_t status = rig.run(p, p);
-        EXPECT_EQ(status, w < 16 ? TAV_ERROR_PARAM : TAV_OK) << w;
-        if (status == TAV_OK) {
-            EXPECT_EQ(rig.ghost.ghost_map.width, ((w / 2) - 4) >> 2) << w;
-        }
+        rig.ghost.ghost_scale = g.scale;
+        const Plane p = tav_scene::texturedScene(g.w, g.h, 2);
+        ASSERT_EQ(rig.run(p, p), g.status);
+        if (g.status != TAV_OK) continue;
+        EXPECT_EQ(std::vector<int32_t>(rig.ghost.ghost_block_rect, rig.ghost.ghost_block_rect + 4),
+                  std::vector<int32_t>(g.block, g.block + 4));
+        EXPECT_EQ(std::vector<int32_t>(rig.ghost.ghost_valid_rect, rig.ghost.ghost_valid_rect + 4),
+                  std::vector<int32_t>(g.valid, g.valid + 4));
+    }
+    // A 3 x 3 grid: the centre at the peak, a corner at peak / 1.8, both rounded.
+    const struct {
+        double ofs, strength;
+        int32_t centre, corner;
+    } radial[] = {{24, 1, 128, 71}, {16, 1, 140, 78}, {24, 4, 64, 36}, {24, 0, 255, 142}};
+    for (const auto& r : radial) {
+        GhostRig rig(r.ofs);
+        rig.ghost.deghost_noise_level = r.strength;
+        const Plane p = tav_scene::texturedScene(32, 32, 3);
+        ASSERT_EQ(rig.run(p, p), TAV_OK);
+        const tav_sr2_Image& weight = rig.ghost.radial_weight;
+        ASSERT_EQ(weight.width, 3);
+        EXPECT_EQ(weight.plane[0][weight.pitch[0] + 1], r.centre) << r.ofs << " " << r.strength;
+        EXPECT_EQ(weight.plane[0][2 * weight.pitch[0] + 2], r.corner) << r.ofs << " " << r.strength;
     }
     GhostRig rig;
     TestImage frame(&rig.heap.pool, 64, 64, TAV_SR2_FMT_UINT8);
