@@ -13,6 +13,7 @@
 #include "foundation/status.h"
 #include "foundation/stopwatch.h"
 #include "merge/ghost.h"
+#include "merge/upscaler.h"
 
 struct tav_sr2_TaskSys;
 struct tav_sr2_ThreadPool;
@@ -24,9 +25,9 @@ struct tav_sr2_Pipeline {
     tav_sr2_MemPool* pool;  // borrowed from the engine
     tav_sr2_TaskSys* task_sys;
     tav_sr2_ThreadPool* thread_pool;
-    tav_sr2_Ghost ghost;  // the ghost map of the merge step
-    // The row-kernel, GPU render and upscale contexts follow here, each added with the object it
-    // holds.
+    tav_sr2_Ghost ghost;        // the ghost map of the merge step
+    tav_sr2_Upscaler upscaler;  // the pattern upscaler and resampler, set up by start
+    // The row-kernel and GPU render contexts follow here, each added with the object it holds.
 
     int32_t clip_width;  // the work crop the frames are cut to
     int32_t clip_height;

@@ -76,6 +76,19 @@ uint32_t allocQuarterMaps(tav_sr2_Pipeline* self) {
     return tav_sr2_Image_alloc(&self->face_mask, w, h, nullptr, TAV_SR2_FMT_UINT8);
 }
 
+// The upscale context in its set-up order: reset, phase table, bank blend, pattern threshold.
+uint32_t setUpUpscaler(tav_sr2_Pipeline* self) {
+    tav_sr2_UpscalePreset preset;
+    tav_sr2_Pipeline_upscalePreset(&self->tuning, &preset);
+    tav_sr2_Upscaler* u = &self->upscaler;
+    uint32_t status = tav_sr2_Upscaler_reset(u);
+    const tav_sr2_UpscaleKernel kernel = {preset.kernel_mode, preset.kernel_b, preset.kernel_c};
+    if (status == TAV_OK) status = tav_sr2_Upscaler_setKernel(u, &kernel);
+    if (status == TAV_OK) status = tav_sr2_Upscaler_blendBanks(u, preset.bank_mix);
+    if (status == TAV_OK) status = tav_sr2_Upscaler_setThreshold(u, preset.threshold);
+    return status;
+}
+
 }  // namespace
 
 uint32_t tav_sr2_Pipeline_init(tav_sr2_Pipeline* self, tav_sr2_MemPool* pool,
@@ -85,13 +98,18 @@ uint32_t tav_sr2_Pipeline_init(tav_sr2_Pipeline* self, tav_sr2_MemPool* pool,
     self->pool = pool;
     self->task_sys = task_sys;
     self->thread_pool = thread_pool;
+    tav_sr2_Upscaler_init(&self->upscaler, pool);
+    self->upscaler.resize.threads = thread_pool;
+    self->upscaler.resize.tasks = task_sys;
     return forEachImage(self,
                         [pool](tav_sr2_Image* image) { return tav_sr2_Image_init(image, pool); });
 }
 
 uint32_t tav_sr2_Pipeline_finish(tav_sr2_Pipeline* self) {
     if (self == nullptr) return TAV_ERROR_PARAM;
-    const uint32_t status = forEachImage(self, tav_sr2_Image_finish);
+    uint32_t status = forEachImage(self, tav_sr2_Image_finish);
+    const uint32_t upscaler = tav_sr2_Upscaler_finish(&self->upscaler);
+    if (status == TAV_OK) status = upscaler;
     if (status == TAV_OK) memset(self, 0, sizeof *self);
     return status;
 }
@@ -120,11 +138,11 @@ uint32_t tav_sr2_Pipeline_start(tav_sr2_Pipeline* self, int32_t clip_width, int3
     self->merge_cap = merge_num;
     resetRun(self);
 
-    // Upscale context: set up here with tav_sr2_Pipeline_upscalePreset(&self->tuning) once the
-    // pipeline holds a tav_sr2_Upscaler.
+    uint32_t status = setUpUpscaler(self);
+    if (status != TAV_OK) return status;
 
     setAreaOfInterest(self);
-    const uint32_t status = allocQuarterMaps(self);
+    status = allocQuarterMaps(self);
     if (status != TAV_OK) return status;
 
     // GPU render context: takes tav_sr2_Pipeline_deblurWeight(&self->tuning) as its

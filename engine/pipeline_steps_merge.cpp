@@ -15,11 +15,10 @@
 // Each later frame is warped onto the crop and compared with the base by the ghost map, whose
 // bytes, resized into ghost_quarter, make the frame's coefficient and raise weight_sum.
 //
-// INTERIM, while the subsystems they need are not built: the enlargement of the base frame is
-// the bilinear resize, not the pattern upscaler (merge/ upscaler); the coefficient of a later
-// frame is made but the frame is not yet blended into the merge target (merge/ blend), so it is
-// not counted in accum_num; 10-bit frames, which only the GPU merge takes, are placed straight
-// into accum_image.
+// INTERIM, while the subsystems they need are not built: the coefficient of a later frame is
+// made but the frame is not yet blended into the merge target (merge/ blend), so it is not
+// counted in accum_num; 10-bit frames, which only the GPU merge takes, are placed straight into
+// accum_image.
 #include <stdio.h>
 
 #include "engine/pipeline_steps.h"
@@ -96,15 +95,18 @@ uint32_t prepareFaces(tav_sr2_Pipeline* self, const tav_sr2_Image* base_view) {
     return status != TAV_OK ? status : released;
 }
 
-// The base frame into the merge target: enlarged to the internal size, or copied.
+// The base frame into the merge target: enlarged to the internal size by the pattern upscaler
+// (luma) and the resampler (chroma), or copied.
 uint32_t placeBase(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan,
                    const tav_sr2_Image* base_view) {
     tav_sr2_Image* target = mergeTarget(self);
     if (plan->zoomed) {
-        // INTERIM: bilinear until the pattern upscaler exists; then tav_sr2_Upscaler_scaleLuma
-        // and tav_sr2_Upscaler_resampleChroma.
-        const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
-        return tav_sr2_resizeFramePlanes(&ctx, target, base_view, false);
+        // The pattern step takes 8-bit luma; a 10-bit frame (interim, see above) is resampled.
+        tav_sr2_Upscaler* u = &self->upscaler;
+        const uint32_t status = tav_sr2_isSemiPlanar8(base_view->format)
+                                    ? tav_sr2_Upscaler_scaleLuma(u, target, base_view)
+                                    : tav_sr2_Upscaler_resample(u, target, base_view);
+        return status != TAV_OK ? status : tav_sr2_Upscaler_resampleChroma(u, target, base_view);
     }
     puts("tav_sr2_RawDouble_abs 1.......");
     return tav_sr2_Image_copy(target, base_view);

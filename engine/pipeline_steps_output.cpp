@@ -14,8 +14,6 @@
 //
 // tav_sr2_resizeFramePlanes(ctx, dst, src, chroma_first): luma and chroma plane views of both
 //   frames resized one after the other by tav_sr2_Image_resize.
-//
-// INTERIM: the upscaler's resample is the bilinear resize until the pattern upscaler exists.
 #include "engine/pipeline_steps.h"
 #include "engine/valid_rect.h"
 #include "enhance/image_rows.h"
@@ -51,6 +49,16 @@ uint32_t convertDepth(tav_sr2_Pipeline* self, tav_sr2_Image* dst, const tav_sr2_
     return tav_sr2_convert8to10(self->thread_pool, self->pool, dst, src);
 }
 
+// Luma of the window into dst: the upscaler's resampler, or the plain resize at fast_merge_mode 3.
+uint32_t scaleLuma(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan, tav_sr2_Image* dst,
+                   const tav_sr2_Image* window) {
+    if (plan->plain_luma_scaling) {
+        const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
+        return resizeLuma(&ctx, dst, window);
+    }
+    return tav_sr2_Upscaler_resample(&self->upscaler, dst, window);
+}
+
 uint32_t scaleOrdinary(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan,
                        const tav_sr2_Image* window) {
     const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
@@ -64,11 +72,8 @@ uint32_t scaleOrdinary(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan,
                                      self->accum_image.format);
         dst = &temporary;
     }
-    if (status == TAV_OK) {
-        // INTERIM: unless plan->plain_luma_scaling, luma goes through tav_sr2_Upscaler_resample
-        // once the pattern upscaler exists.
-        status = tav_sr2_resizeFramePlanes(&ctx, dst, window, false);
-    }
+    if (status == TAV_OK) status = scaleLuma(self, plan, dst, window);
+    if (status == TAV_OK) status = resizeChroma(&ctx, dst, window);
     if (status == TAV_OK && plan->dither_output) {
         // STAGE PENDING enhance/ dither: the dither job on dst, as in stage 12.
     }

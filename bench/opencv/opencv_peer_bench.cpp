@@ -4,12 +4,13 @@
 // filter on the tavrin name selects both; "workers" is cv::setNumThreads. Counters: megapixels
 // per second ("MP/s") counted as the tavrin benchmark counts them.
 //
-//   tavrin_bench --benchmark_filter='Resize|Blur|RankFilter|DepthConvert'
+//   tavrin_bench --benchmark_filter='Resize|Blur|RankFilter|DepthConvert|Upscale'
 //
-// Peers: cv::resize INTER_LINEAR; cv::GaussianBlur with the kernel size OpenCV derives from sigma
-// and repeated borders; cv::dilate and cv::erode with the 3 x 3 square (OpenCV's default border
-// leaves the edges out of the window, as the rank filter cuts it); Mat::convertTo with scale 4
-// and 0.25 over the luma and chroma rows of a 4000 x 3000 semi-planar frame.
+// Peers: cv::resize INTER_LINEAR; cv::resize INTER_CUBIC for the upscaler's 2x and resampler;
+// cv::GaussianBlur with the kernel size OpenCV derives from sigma and repeated borders; cv::dilate
+// and cv::erode with the 3 x 3 square (OpenCV's default border leaves the edges out of the window,
+// as the rank filter cuts it); Mat::convertTo with scale 4 and 0.25 over the luma and chroma rows
+// of a 4000 x 3000 semi-planar frame.
 #include <benchmark/benchmark.h>
 #include <stdint.h>
 
@@ -74,6 +75,25 @@ void BM_ResizeOpenCV(benchmark::State& state) {
         benchmark::ClobberMemory();
     }
     setRate(state, (double)dst.total() * 1e-6);
+}
+
+// The upscaler's peer: INTER_CUBIC from 2000 x 1500 to 4000 x 3000. Arguments: workers.
+void cubicUpscale(benchmark::State& state) {
+    setWorkers(state, state.range(0));
+    const cv::Mat src = photoLike(2000, 1500);
+    cv::Mat dst(3000, 4000, CV_8UC1);
+    for (auto _ : state) {
+        cv::resize(src, dst, dst.size(), 0, 0, cv::INTER_CUBIC);
+        benchmark::DoNotOptimize(dst.data);
+        benchmark::ClobberMemory();
+    }
+    setRate(state, (double)dst.total() * 1e-6);
+}
+void BM_Upscale2xOpenCV(benchmark::State& state) {
+    cubicUpscale(state);
+}
+void BM_UpscalerResampleOpenCV(benchmark::State& state) {
+    cubicUpscale(state);
 }
 
 // Arguments: width, height, sigma * 10, workers.
@@ -172,6 +192,8 @@ void workerArgs(benchmark::internal::Benchmark* bm) {
 
 TAVRIN_PEER(BM_ResizeOpenCV, resizeArgs);
 TAVRIN_PEER(BM_BlurOpenCV, blurArgs);
+TAVRIN_PEER(BM_Upscale2xOpenCV, workerArgs);
+TAVRIN_PEER(BM_UpscalerResampleOpenCV, workerArgs);
 TAVRIN_PEER(BM_RankFilterMax3x3InPlaceOpenCV, workerArgs);
 TAVRIN_PEER(BM_RankFilterMax3x3OutOfPlaceOpenCV, workerArgs);
 TAVRIN_PEER(BM_RankFilterMin3x3OutOfPlaceOpenCV, workerArgs);
