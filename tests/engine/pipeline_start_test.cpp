@@ -8,6 +8,7 @@
 
 #include "engine/buffer_budget.h"
 #include "engine/pipeline.h"
+#include "merge/pattern_banks.h"
 
 namespace {
 
@@ -54,6 +55,39 @@ TEST_F(PipelineStartTest, ShortPoolIsOutOfMemory) {
     EXPECT_EQ(tav_sr2_Pipeline_start(self_, 1400, 1048, 8, 8, 700, 524, &tuning_),
               TAV_ERROR_MALLOC);
     tav_sr2_MemPool_free(&pool_, hog);
+}
+
+// Start sets up the upscaler in its order: the phase table of the merge path, the bank blend and
+// the pattern threshold; a second start replaces the first set-up without a leak.
+TEST_F(PipelineStartTest, SetsUpTheUpscaler) {
+    const struct {
+        int32_t use_16bit, fast_merge_mode;
+        double noise_level, mix;
+        tav_sr2_UpscaleKernel kernel;
+        int32_t threshold;
+    } cases[] = {
+        {1, 0, 0.0, 0.0, {0, 0.2, 0.4}, 8},
+        {0, 0, 12.7, 0.25, {2, 0, 0}, 12},
+        {1, 3, 3.0, 0.5, {2, 0, 0}, 8},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.fast_merge_mode);
+        tuning_.use_16bit = c.use_16bit;
+        tuning_.fast_merge_mode = c.fast_merge_mode;
+        tuning_.noise_level = c.noise_level;
+        tuning_.upscale_bank_mix = c.mix;
+        ASSERT_EQ(tav_sr2_Pipeline_start(self_, 1400, 1048, 8, 8, 700, 524, &tuning_), TAV_OK);
+        const tav_sr2_Upscaler& u = self_->upscaler;
+        int16_t table[TAV_SR2_PHASES * TAV_SR2_PHASE_TAPS];
+        ASSERT_TRUE(tav_sr2_Upscaler_fillPhases(&c.kernel, table));
+        EXPECT_EQ(memcmp(u.kernel_table, table, sizeof(table)), 0);
+        EXPECT_EQ(u.pattern_threshold, c.threshold);
+        EXPECT_EQ(u.owned, 1);
+        const int32_t n = (int32_t)(512 * c.mix);
+        const int32_t e = 4321 * TAV_SR2_PATTERN_TAPS + 48;
+        EXPECT_EQ(u.patterns[4321][48],
+                  ((256 - n) * tav_sr2_pattern_bank_0[e] + n * tav_sr2_pattern_bank_1[e]) >> 8);
+    }
 }
 
 }  // namespace
