@@ -60,8 +60,8 @@ void filter2x(const uint8_t* const* rows, const uint16_t* index, const int16_t* 
 }
 
 template <typename T>
-void verticalFrom(const T* const* rows, const int16_t* taps, int32_t from, int32_t n,
-                  int32_t shift, int16_t* out) {
+void verticalFrom(const T* const* rows, const int16_t* taps, int32_t from, int32_t n, int32_t shift,
+                  int16_t* out) {
     const int32_t half = 1 << (shift - 1);
     for (int32_t x = from; x < n; ++x) {
         int32_t acc = half;
