@@ -13,14 +13,16 @@
 //   is released either way. Logs "sr process 2 merge images: finish...\n".
 //
 // Each later frame is warped onto the crop and compared with the base by the ghost map, whose
-// bytes, resized into ghost_quarter, make the frame's coefficient and raise weight_sum.
+// bytes, resized into ghost_quarter, make the frame's coefficient and raise weight_sum. The CPU
+// merge then spreads the coefficient over the picture (enlarged with the frame in a zoomed run)
+// and blends the frame into the running mean in merge8_image; after the loop the noise map is
+// made and raised in dark areas before merge8_image becomes accum_image.
 //
-// INTERIM, while the subsystems they need are not built: the coefficient of a later frame is
-// made but the frame is not yet blended into the merge target (merge/ blend), so it is not
-// counted in accum_num; 10-bit frames, which only the GPU merge takes, are placed straight into
-// accum_image.
+// INTERIM, while the GPU path is not built: 10-bit frames, which only the GPU merge takes, have
+// their base frame placed straight into accum_image and their later frames only compared.
 #include <stdio.h>
 
+#include "engine/nr_map.h"
 #include "engine/pipeline_steps.h"
 #include "enhance/image_ops.h"
 #include "enhance/image_rows.h"
@@ -174,15 +176,76 @@ uint32_t makeCoefficient(tav_sr2_Pipeline* self, int32_t i) {
                                    &self->ghost_quarter, &weights);
 }
 
-// A later frame: warped onto the crop, compared with the base, its coefficient made.
-// INTERIM: the blend into the merge target at the internal size (merge/ blend, with the
-// coefficient brought to the picture's size) and the count in accum_num come with the CPU merge.
-uint32_t mergeLater(tav_sr2_Pipeline* self, const tav_sr2_StagePlan*, int32_t i, int32_t f) {
+// The crop pixels the ghost map could judge, as a rectangle.
+tav_sr2_Rect ghostValidRect(const tav_sr2_Ghost* ghost) {
+    const int32_t* v = ghost->ghost_valid_rect;
+    return {v[0], v[1], v[2], v[3]};
+}
+
+// A later frame at the picture's own size: its coefficient spread over the picture, then the
+// blend into the running mean.
+uint32_t blendUnzoomed(tav_sr2_Pipeline* self, int32_t i, const tav_sr2_Image* warped) {
+    const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
+    tav_sr2_Image* target = &self->merge8_image;
+    tav_sr2_Image coef;
+    tav_sr2_Image_init(&coef, self->pool);
+    uint32_t status =
+        tav_sr2_Image_alloc(&coef, target->width, target->height, nullptr, TAV_SR2_FMT_UINT8);
+    const tav_sr2_Rect valid = ghostValidRect(&self->ghost);
+    if (status == TAV_OK)
+        status = tav_sr2_MergeCoeff_spread(&ctx, &coef, &self->coef_quarter[i & 1], &valid);
+    if (status == TAV_OK) status = tav_sr2_Image_blendMask(&ctx, target, target, warped, &coef);
+    puts("tav_sr2_RawDouble_abs 2.......");
+    const uint32_t released = tav_sr2_Image_finish(&coef);
+    return status != TAV_OK ? status : released;
+}
+
+// A later frame of a zoomed run: the coefficient spread over the crop and enlarged to the
+// picture; the frame enlarged (the pattern step for the second frame only) and blended.
+uint32_t blendZoomed(tav_sr2_Pipeline* self, int32_t i, const tav_sr2_Image* warped) {
+    const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
+    tav_sr2_Image* target = &self->merge8_image;
+    tav_sr2_Image coef, crop_coef, frame;
+    tav_sr2_Image_init(&coef, self->pool);
+    tav_sr2_Image_init(&crop_coef, self->pool);
+    tav_sr2_Image_init(&frame, self->pool);
+    uint32_t status =
+        tav_sr2_Image_alloc(&coef, target->width, target->height, nullptr, TAV_SR2_FMT_UINT8);
+    if (status == TAV_OK)
+        status = tav_sr2_Image_alloc(&crop_coef, warped->width, warped->height, nullptr,
+                                     TAV_SR2_FMT_UINT8);
+    const tav_sr2_Rect valid = ghostValidRect(&self->ghost);
+    if (status == TAV_OK)
+        status = tav_sr2_MergeCoeff_spread(&ctx, &crop_coef, &self->coef_quarter[i & 1], &valid);
+    if (status == TAV_OK) status = tav_sr2_Image_resize(&ctx, &coef, &crop_coef);
+    if (status == TAV_OK)
+        status =
+            tav_sr2_Image_alloc(&frame, target->width, target->height, nullptr, warped->format);
+    tav_sr2_Upscaler* u = &self->upscaler;
+    if (status == TAV_OK)
+        status = i == 1 ? tav_sr2_Upscaler_scaleLuma(u, &frame, warped)
+                        : tav_sr2_Upscaler_resample(u, &frame, warped);
+    if (status == TAV_OK) status = tav_sr2_Upscaler_resampleChroma(u, &frame, warped);
+    if (status == TAV_OK) status = tav_sr2_Image_blendMask(&ctx, target, target, &frame, &coef);
+    uint32_t released = tav_sr2_Image_finish(&frame);
+    released |= tav_sr2_Image_finish(&crop_coef);
+    released |= tav_sr2_Image_finish(&coef);
+    return status != TAV_OK ? status : released;
+}
+
+// A later frame: warped onto the crop, compared with the base, its coefficient made and, on the
+// CPU merge, blended into the running mean.
+uint32_t mergeLater(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan, int32_t i, int32_t f) {
     tav_sr2_Image warped;
     tav_sr2_Image_init(&warped, self->pool);
     uint32_t status = warpFrame(self, f, &warped);
     if (status == TAV_OK) status = tav_sr2_Ghost_addFrame(&self->ghost, &warped);
     if (status == TAV_OK) status = makeCoefficient(self, i);
+    // STAGE PENDING gpu/: without merge8_image the GPU merge pass blends the frame.
+    if (status == TAV_OK && self->merge8_image.plane[0] != nullptr) {
+        status = plan->zoomed ? blendZoomed(self, i, &warped) : blendUnzoomed(self, i, &warped);
+        if (status == TAV_OK) self->accum_num += 1;
+    }
     const uint32_t released = tav_sr2_Image_finish(&warped);
     return status != TAV_OK ? status : released;
 }
@@ -197,7 +260,8 @@ uint32_t finishMerge(tav_sr2_Pipeline* self) {
         return TAV_OK;
     }
     if (self->accum_num == 0) return TAV_OK;
-    // STAGE PENDING merge/ noise map: tav_sr2_Pipeline_boostDarkArea on merge8_image.
+    const uint32_t status = tav_sr2_Pipeline_boostDarkArea(self, &self->merge8_image);
+    if (status != TAV_OK) return status;
     return tav_sr2_convert8to10(self->thread_pool, self->pool, &self->accum_image,
                                 &self->merge8_image);
 }
@@ -240,7 +304,7 @@ uint32_t tav_sr2_Pipeline_mergeFrames(tav_sr2_Pipeline* self, const tav_sr2_Stag
     // A failure in the loop ends the loop; one in what follows it ends the step.
     uint32_t after = releaseQuarterMaps(self);
     after |= tav_sr2_Ghost_finish(&self->ghost);
-    // STAGE PENDING merge/ noise map: after = tav_sr2_Pipeline_makeNrMap(self) when after is 0.
+    if (after == TAV_OK) after = tav_sr2_Pipeline_makeNrMap(self);
     if (after == TAV_OK) after = finishMerge(self);
     if (status == TAV_OK) status = after;
     const uint32_t released = tav_sr2_Pipeline_releaseImage(self, &self->merge8_image);

@@ -4,7 +4,10 @@
 // and a shift of 32, which is a rounded division for every value the mix can take.
 #include "merge/merge_coeff.h"
 
+#include <string.h>
+
 #include "enhance/image_rows.h"
+#include "enhance/resize.h"
 #include "foundation/log.h"
 #include "foundation/row_band.h"
 
@@ -72,4 +75,33 @@ uint32_t tav_sr2_MergeCoeff_make(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* coe
     const uint32_t status = tav_sr2_ImageCtx_runBands(ctx, job.bands, job.bands, coeffBand, &job);
     if (mask != nullptr) tav_sr2_log_i(" make_face_coeff_table ");
     return status;
+}
+
+uint32_t tav_sr2_MergeCoeff_spread(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* out,
+                                   const tav_sr2_Image* quarter, const tav_sr2_Rect* rect) {
+    if (out == nullptr || quarter == nullptr || rect == nullptr ||
+        out->format != TAV_SR2_FMT_UINT8 || out->plane[0] == nullptr)
+        return TAV_ERROR_PARAM;
+    tav_sr2_Rect r = {rect->left < 0 ? 0 : rect->left, rect->top < 0 ? 0 : rect->top,
+                      rect->right > out->width ? out->width : rect->right,
+                      rect->bottom > out->height ? out->height : rect->bottom};
+    if (r.right <= r.left || r.bottom <= r.top) r = {0, 0, out->width, out->height};
+    tav_sr2_Image inside;
+    uint32_t status =
+        tav_sr2_Image_crop(&inside, out, r.left, r.top, r.right - r.left, r.bottom - r.top);
+    if (status == TAV_OK) status = tav_sr2_Image_resize(ctx, &inside, quarter);
+    if (status != TAV_OK) return status;
+    const int32_t pitch = out->pitch[0];
+    for (int32_t y = r.top; y < r.bottom; ++y) {
+        uint8_t* row = out->plane[0] + (int64_t)y * pitch;
+        memset(row, row[r.left], (size_t)r.left);
+        memset(row + r.right, row[r.right - 1], (size_t)(out->width - r.right));
+    }
+    const uint8_t* first = out->plane[0] + (int64_t)r.top * pitch;
+    const uint8_t* last = out->plane[0] + (int64_t)(r.bottom - 1) * pitch;
+    for (int32_t y = 0; y < r.top; ++y)
+        memcpy(out->plane[0] + (int64_t)y * pitch, first, (size_t)out->width);
+    for (int32_t y = r.bottom; y < out->height; ++y)
+        memcpy(out->plane[0] + (int64_t)y * pitch, last, (size_t)out->width);
+    return TAV_OK;
 }

@@ -20,3 +20,10 @@ struct tav_sr2_MergeWeights {
 uint32_t tav_sr2_MergeCoeff_make(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* coef,
                                  tav_sr2_Image* weight_sum, const tav_sr2_Image* ghost,
                                  const tav_sr2_MergeWeights* weights);
+
+// A quarter-size coefficient brought to a picture: resized (bilinear) into `rect` of `out`,
+// then the rectangle's edge values repeated outwards by plain row copies: each row of the
+// rectangle to its left and right, then the rows above take its first row and those below its
+// last. `out` is "UINT8"; `rect` is limited to it, and an empty rectangle means all of it.
+uint32_t tav_sr2_MergeCoeff_spread(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* out,
+                                   const tav_sr2_Image* quarter, const tav_sr2_Rect* rect);

@@ -1,5 +1,6 @@
-// The warp of a frame onto the crop (see the header). The scalar loop is the only form so far;
-// each pixel costs a bilinear fetch, which the merge of a frame pays once.
+// The warp of a frame onto the crop (see the header). Positions of a segment are computed once
+// into two arrays; a segment whose ends lie at least kInterior pixels inside the source (so that
+// every pixel of it is in the bilinear case) goes to the row kernel, any other pixel by pixel.
 #include "merge/warp.h"
 
 #include "enhance/image_rows.h"
@@ -8,13 +9,20 @@ namespace {
 
 constexpr int32_t kSegment = 128;
 constexpr int32_t kBandRows = 16;
+constexpr int32_t kInterior = 16;
 
 struct WarpJob {
     const tav_sr2_Image* src;
     tav_sr2_Image* dst;
     const tav_sr2_Trans2D* m;
     bool chroma;  // frames 48 and 49: warp the pairs too
+    const tav_sr2_WarpRowOps* rows;
 };
+
+bool inside(int32_t a, int32_t b, int32_t size) {
+    const int32_t lo = (a < b ? a : b), hi = (a < b ? b : a);
+    return lo >= 0 && (lo >> 15) >= kInterior && (hi >> 15) <= size - 1 - kInterior;
+}
 
 // Sample of `channels`-interleaved plane `plane` at (X, Y) in Q15, channel c.
 uint8_t sampleAt(const tav_sr2_Image* src, int32_t plane, int32_t w, int32_t h, int32_t channels,
@@ -44,13 +52,23 @@ void warpRow(const WarpJob* job, int32_t plane, int32_t y, int32_t scale) {
         int32_t ax, ay, bx, by;
         tav_sr2_Trans2D_applyQ15(job->m, &ax, &ay, (scale * x0) << 15, (scale * y) << 15);
         tav_sr2_Trans2D_applyQ15(job->m, &bx, &by, (scale * (x0 + n)) << 15, (scale * y) << 15);
+        int32_t X[kSegment], Y[kSegment];
         for (int32_t k = 0; k < n; ++k) {
-            int32_t X = (int32_t)(ax + (int64_t)(bx - ax) * k / n);
-            int32_t Y = (int32_t)(ay + (int64_t)(by - ay) * k / n);
-            if (scale == 2) X >>= 1, Y >>= 1;
-            for (int32_t c = 0; c < channels; ++c)
-                out[(x0 + k) * channels + c] = sampleAt(job->src, plane, sw, sh, channels, c, X, Y);
+            X[k] = (int32_t)(ax + (int64_t)(bx - ax) * k / n);
+            Y[k] = (int32_t)(ay + (int64_t)(by - ay) * k / n);
+            if (scale == 2) X[k] >>= 1, Y[k] >>= 1;
         }
+        uint8_t* seg = out + x0 * channels;
+        if (inside(X[0], scale == 2 ? bx >> 1 : bx, sw) &&
+            inside(Y[0], scale == 2 ? by >> 1 : by, sh)) {
+            for (int32_t c = 0; c < channels; ++c)
+                job->rows->bilinear(job->src->plane[plane], job->src->pitch[plane], channels, c, X,
+                                    Y, n, seg + c);
+            continue;
+        }
+        for (int32_t k = 0; k < n; ++k)
+            for (int32_t c = 0; c < channels; ++c)
+                seg[k * channels + c] = sampleAt(job->src, plane, sw, sh, channels, c, X[k], Y[k]);
     }
 }
 
@@ -69,11 +87,18 @@ uint32_t warpBand(void* arg, int32_t, int32_t g0, int32_t g1) {
 
 uint32_t tav_sr2_Warp_frame(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
                             const tav_sr2_Image* src, const tav_sr2_Trans2D* m) {
-    if (ctx == nullptr || dst == nullptr || src == nullptr || m == nullptr) return TAV_ERROR_PARAM;
+    return tav_sr2_Warp_frameWith(ctx, dst, src, m, &tav_sr2_warpRowsVector);
+}
+
+uint32_t tav_sr2_Warp_frameWith(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
+                                const tav_sr2_Image* src, const tav_sr2_Trans2D* m,
+                                const tav_sr2_WarpRowOps* rows) {
+    if (ctx == nullptr || rows == nullptr || dst == nullptr || src == nullptr || m == nullptr)
+        return TAV_ERROR_PARAM;
     if (dst->format != src->format) return TAV_ERROR_PARAM;
     const bool chroma = tav_sr2_isSemiPlanar8(src->format);
     if (!chroma && src->format != TAV_SR2_FMT_UINT8) return TAV_ERROR_UNSUPPORTED;
-    WarpJob job = {src, dst, m, chroma};
+    WarpJob job = {src, dst, m, chroma, rows};
     const int32_t groups = (dst->height + kBandRows - 1) / kBandRows;
     return tav_sr2_ImageCtx_runBands(ctx, tav_sr2_ImageCtx_workers(ctx), groups, warpBand, &job);
 }

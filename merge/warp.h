@@ -11,6 +11,8 @@
 //
 // Formats 48 and 49 (source and destination alike) or UINT8; TAV_ERROR_PARAM for null arguments
 // or formats that differ, TAV_ERROR_UNSUPPORTED for another format. Rows run in bands of 16.
+// tav_sr2_Warp_frameWith takes the row kernel table (the vector one by default, the scalar one
+// for tests and benchmarks); both give the same bytes.
 #pragma once
 
 #include <stdint.h>
@@ -18,6 +20,10 @@
 #include "enhance/image_ctx.h"
 #include "foundation/image.h"
 #include "foundation/trans2d.h"
+#include "merge/warp_rows.h"
 
 uint32_t tav_sr2_Warp_frame(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
                             const tav_sr2_Image* src, const tav_sr2_Trans2D* m);
+uint32_t tav_sr2_Warp_frameWith(const tav_sr2_ImageCtx* ctx, tav_sr2_Image* dst,
+                                const tav_sr2_Image* src, const tav_sr2_Trans2D* m,
+                                const tav_sr2_WarpRowOps* rows);

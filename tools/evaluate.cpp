@@ -35,6 +35,10 @@ PSNR of inf.
   --no-engine      leave out the single-frame run
   --write-baselines DIR  write the baselines as DIR/bicubic.png and DIR/single-frame.png
   --no-register    compare pixel for pixel, without the window search below
+  --centre-window  RESULT is an ordinary zoom at the frame's size: the centre of the enlarged
+                   view, so it is measured against the centre of the truth at that size, the
+                   bicubic baseline is cut the same way and the single-frame run keeps the
+                   frame's size
   --max-scale S    largest window scale searched (default 1.3)
   --max-shift PX   largest window shift searched (default 4)
 
@@ -43,6 +47,9 @@ its output is a slightly zoomed view of the base frame. Each image is therefore 
 to the truth by a centred zoom (scale 1..max-scale) and a shift (+-max-shift px), found by least
 squares on luma; the truth is read through that window (bicubic) and the figures are taken
 against it. The window is printed beside the figures.
+
+Moving patches (a burst made with --ghosts): the luma PSNR inside every place a patch takes in any
+frame, where a double image would show, is printed on a line of its own and in the CSV.
 )";
 
 struct Figures {
@@ -50,9 +57,11 @@ struct Figures {
     std::string why;  // when not valid
     tavtool::Registration window;
     double y_psnr = NAN, y_ssim = NAN, cb_psnr = NAN, cr_psnr = NAN;
+    double moving_psnr = NAN;  // luma inside the moving patches' area, when the burst has any
 };
 
 struct Settings {
+    std::vector<uint8_t> moving;  // truth-sized mask of the moving area; empty without ghosts
     int32_t crop = 16;
     bool registered = true;
     double max_scale = 1.3;
@@ -76,6 +85,45 @@ tavio::Yuv420 truthThrough(const tavio::Yuv420& truth, const tavtool::Registrati
     return out;
 }
 
+// Luma PSNR over the pixels the mask marks; NaN for an empty mask.
+double maskedPsnr(const std::vector<uint16_t>& a, const std::vector<uint16_t>& b,
+                  const std::vector<uint8_t>& mask) {
+    double sum = 0.0;
+    int64_t count = 0;
+    for (size_t i = 0; i < mask.size() && i < a.size(); ++i) {
+        if (!mask[i]) continue;
+        const double d = double(a[i]) - double(b[i]);
+        sum += d * d;
+        ++count;
+    }
+    if (count == 0) return NAN;
+    return sum == 0.0 ? INFINITY : 10.0 * std::log10(255.0 * 255.0 * double(count) / sum);
+}
+
+// The truth pixels that any moving patch covers in any frame: the place of a patch and of every
+// double image it could leave. (ox, oy) is the truth's corner within the full truth.
+std::vector<uint8_t> movingMask(const tavtool::Manifest& m, int32_t w, int32_t h, int32_t ox,
+                                int32_t oy) {
+    std::vector<uint8_t> mask;
+    if (m.ghosts.empty()) return mask;
+    mask.assign((size_t)w * h, 0);
+    // Scene X shows at truth t = (X + 0.5 - origin) zoom / factor - 0.5.
+    const double k = m.zoom / m.factor;
+    for (const tavtool::GhostPatch& g : m.ghosts) {
+        for (size_t f = 0; f < m.frames.size(); ++f) {
+            const double step = double(f) - double(m.base);
+            const double sx = g.x0 + g.vx * step, sy = g.y0 + g.vy * step;
+            const int32_t x0 = (int32_t)std::floor((sx + 0.5 - m.origin_x) * k - 0.5) - ox;
+            const int32_t y0 = (int32_t)std::floor((sy + 0.5 - m.origin_y) * k - 0.5) - oy;
+            const int32_t side = (int32_t)std::ceil(g.size * k) + 1;
+            for (int32_t y = std::max(0, y0); y < std::min(h, y0 + side); ++y)
+                for (int32_t x = std::max(0, x0); x < std::min(w, x0 + side); ++x)
+                    mask[(size_t)y * w + x] = 1;
+        }
+    }
+    return mask;
+}
+
 Figures measure(const tavio::Yuv420& out, const tavio::Yuv420& truth, const Settings& s) {
     Figures f;
     if (s.registered) {
@@ -93,6 +141,7 @@ Figures measure(const tavio::Yuv420& out, const tavio::Yuv420& truth, const Sett
                              crop, 255.0);
     f.cb_psnr = tavtool::psnr(view(out.cb, cw, ch), view(ref.cb, cw, ch), crop / 2, 255.0);
     f.cr_psnr = tavtool::psnr(view(out.cr, cw, ch), view(ref.cr, cw, ch), crop / 2, 255.0);
+    f.moving_psnr = maskedPsnr(out.y, ref.y, s.moving);
     f.valid = true;
     return f;
 }
@@ -178,17 +227,19 @@ bool appendCsv(const std::string& path, const std::string& label, int32_t crop, 
     if (fresh) {
         fprintf(f, "label,crop");
         for (const char* p : kPrefixes)
-            fprintf(f, ",%s_y_psnr,%s_y_ssim,%s_cb_psnr,%s_cr_psnr,%s_scale,%s_dx,%s_dy", p, p, p,
-                    p, p, p, p);
+            fprintf(
+                f, ",%s_y_psnr,%s_y_ssim,%s_cb_psnr,%s_cr_psnr,%s_scale,%s_dx,%s_dy,%s_moving_psnr",
+                p, p, p, p, p, p, p, p);
         fprintf(f, "\n");
     }
     fprintf(f, "%s,%d", label.c_str(), crop);
     for (int i = 0; i < 3; ++i) {
         const Figures& r = rows[i];
-        fprintf(f, ",%s,%s,%s,%s,%s,%s,%s", number(r.y_psnr, "%.4f").c_str(),
+        fprintf(f, ",%s,%s,%s,%s,%s,%s,%s,%s", number(r.y_psnr, "%.4f").c_str(),
                 number(r.y_ssim, "%.5f").c_str(), number(r.cb_psnr, "%.4f").c_str(),
                 number(r.cr_psnr, "%.4f").c_str(), number(r.window.scale, "%.4f").c_str(),
-                number(r.window.dx, "%.3f").c_str(), number(r.window.dy, "%.3f").c_str());
+                number(r.window.dx, "%.3f").c_str(), number(r.window.dy, "%.3f").c_str(),
+                number(r.moving_psnr, "%.4f").c_str());
     }
     fprintf(f, "\n");
     const bool ok = !ferror(f);
@@ -220,6 +271,29 @@ int fail(const std::string& message) {
 
 }  // namespace
 
+// The centre w x h of a picture (offsets rounded down to even, so chroma stays on its grid).
+tavio::Yuv420 centreOf(const tavio::Yuv420& in, int32_t w, int32_t h) {
+    const int32_t ox = ((in.width - w) / 2) & ~1;
+    const int32_t oy = ((in.height - h) / 2) & ~1;
+    tavio::Yuv420 out;
+    out.width = w;
+    out.height = h;
+    out.bits = in.bits;
+    const int32_t icw = tavio::chromaWidth(in.width);
+    const int32_t cw = tavio::chromaWidth(w);
+    const int32_t ch = tavio::chromaHeight(h);
+    for (int32_t y = 0; y < h; ++y)
+        for (int32_t x = 0; x < w; ++x)
+            out.y.push_back(in.y[(size_t)(y + oy) * in.width + x + ox]);
+    for (int32_t y = 0; y < ch; ++y)
+        for (int32_t x = 0; x < cw; ++x) {
+            const size_t i = (size_t)(y + oy / 2) * icw + x + ox / 2;
+            out.cb.push_back(in.cb[i]);
+            out.cr.push_back(in.cr[i]);
+        }
+    return out;
+}
+
 int main(int argc, char** argv) {
     Settings settings;
     int32_t& crop = settings.crop;
@@ -227,6 +301,7 @@ int main(int argc, char** argv) {
     tavio::RawFormat format = tavio::RawFormat::Nv12;
     bool engine = true;
     bool help = false;
+    bool centre = false;
     const std::vector<tavtool::ArgSpec> specs = {
         {"h", false, "", [&](const std::string&) { return help = true; }},
         {"help", false, "", [&](const std::string&) { return help = true; }},
@@ -245,6 +320,7 @@ int main(int argc, char** argv) {
         {"no-engine", false, "", [&](const std::string&) { return !(engine = false); }},
         {"write-baselines", true, "a folder",
          [&](const std::string& v) { return !(baselines_dir = v).empty(); }},
+        {"centre-window", false, "", [&](const std::string&) { return centre = true; }},
         {"no-register", false, "",
          [&](const std::string&) { return !(settings.registered = false); }},
         {"max-scale", true, "1..2",
@@ -277,6 +353,14 @@ int main(int argc, char** argv) {
     if (!readYuv(truth_path, 0, 0, format, &truth, &error)) return fail(error);
     if (truth.width != m.truth_width || truth.height != m.truth_height)
         return fail(truth_path + " does not have the manifest's truth size");
+    const std::string base_path = tavtool::manifestFile(manifest_path, m.frames[m.base].file);
+    if (!readYuv(base_path, 0, 0, format, &base, &error)) return fail(error);
+    const int32_t full_width = truth.width;
+    const int32_t full_height = truth.height;
+    if (centre) truth = centreOf(truth, base.width & ~1, base.height & ~1);
+    settings.moving =
+        movingMask(m, truth.width, truth.height, ((full_width - truth.width) / 2) & ~1,
+                   ((full_height - truth.height) / 2) & ~1);
     if (!readYuv(result_path, truth.width, truth.height, format, &result, &error))
         return fail(error);
     if (result.width != truth.width || result.height != truth.height) {
@@ -284,12 +368,11 @@ int main(int argc, char** argv) {
                     std::to_string(result.height) + ", the truth is " +
                     std::to_string(truth.width) + "x" + std::to_string(truth.height));
     }
-    const std::string base_path = tavtool::manifestFile(manifest_path, m.frames[m.base].file);
-    if (!readYuv(base_path, 0, 0, format, &base, &error)) return fail(error);
 
     Figures rows[3];
     rows[0] = measure(result, truth, settings);
-    const tavio::Yuv420 bicubic = bicubicOf(base, truth.width, truth.height);
+    tavio::Yuv420 bicubic = bicubicOf(base, full_width, full_height);
+    if (centre) bicubic = centreOf(bicubic, truth.width, truth.height);
     rows[1] = measure(bicubic, truth, settings);
     tavio::Yuv420 single;
     if (engine) {
@@ -304,6 +387,11 @@ int main(int argc, char** argv) {
     printRow("result", rows[0]);
     printRow("bicubic, base frame", rows[1]);
     printRow("library, base frame alone", rows[2]);
+    if (!settings.moving.empty())
+        printf("moving area, Y PSNR: result %s, bicubic %s, base frame alone %s\n",
+               number(rows[0].moving_psnr, "%.2f").c_str(),
+               number(rows[1].moving_psnr, "%.2f").c_str(),
+               number(rows[2].moving_psnr, "%.2f").c_str());
     if (!csv.empty() && !appendCsv(csv, label, crop, rows, &error)) return fail(error);
     if (!baselines_dir.empty()) {
         const std::string bicubic_path = baselines_dir + "/bicubic.png";

@@ -49,22 +49,6 @@ struct RunResult {
     tav_run::Window window;  // the part of the frame the run scaled to the output
 };
 
-// The window of accum_image that the run scaled, in frame pixels: the auto scale over the
-// pipeline as the run left it, taken back through the crop and the internal zoom.
-tav_run::Window scaledWindow(tav_sr2_Engine* e) {
-    const tav_sr2_Pipeline& p = e->pipeline;
-    tav_sr2_Rect w;
-    EXPECT_EQ(
-        tav_sr2_Pipeline_calcAutoScale(&p, p.accum_image.width, p.accum_image.height, nullptr, &w),
-        TAV_OK);
-    tav_sr2_Rect crop;
-    tav_sr2_Engine_workCrop(e, &crop);
-    const double sx = double(p.aligned_width) / p.accum_image.width;
-    const double sy = double(p.aligned_height) / p.accum_image.height;
-    return {crop.left + p.clip_rect.left + w.left * sx, crop.top + p.clip_rect.top + w.top * sy,
-            (w.right - w.left) * sx, (w.bottom - w.top) * sy};
-}
-
 // One run of `frames` copies of the scene; out receives the picture.
 RunResult runScene(const RunCase& c, const Scene& scene, int32_t format, int32_t frames,
                    HostOutput* out) {
@@ -75,7 +59,7 @@ RunResult runScene(const RunCase& c, const Scene& scene, int32_t format, int32_t
     run.add(frame, frames);
     r.status = tav_sr2_process(&run.engine, &out->record);
     EXPECT_EQ(tav_sr2_getMergeNum(&run.engine, &r.merged), TAV_OK);
-    r.window = scaledWindow(run.engine);
+    r.window = tav_run::scaledWindow(run.engine);
     const tav_sr2_Image& sums = run.engine->pipeline.weight_sum;
     r.compared = run.engine->pipeline.frame_count;
     r.least_weight = INT32_MAX;
@@ -374,13 +358,14 @@ TEST(PipelineProcess, ProcessChecksItsArguments) {
 // an engine holding two frames; check sees each failing attempt's status. Nothing may crash and
 // nothing may leak: the engine's finish finds the pool empty.
 template <typename Call, typename Check>
-void failEachAllocation(int32_t out_width, int32_t out_height, float zoom, Call call, Check check) {
-    const Scene scene = tav_run::proceduralScene(640, 480);
+void failEachAllocation(int32_t width, int32_t height, int32_t out_width, int32_t out_height,
+                        float zoom, int32_t frames, Call call, Check check) {
+    const Scene scene = tav_run::proceduralScene(width, height);
     const HostFrame frame(scene, TAV_SR2_FMT_YUV420_SEMIPLANAR);
     auto attempt = [&](uint32_t nth, bool persist, uint32_t* count) {
-        EngineRun run(640, 480, out_width, out_height, zoom, "YUV420_SEMIPLANAR", 2);
+        EngineRun run(width, height, out_width, out_height, zoom, "YUV420_SEMIPLANAR", frames);
         if (run.engine == nullptr) return TAV_ERROR_GENERIC;
-        run.add(frame, 2);
+        run.add(frame, frames);
         HostOutput out(out_width, out_height, TAV_SR2_FMT_YUV420_SEMIPLANAR);
         const uint32_t status = call(&run.engine, &out.record, nth, persist);
         if (count != nullptr) *count = tav_sr2_MemPool_allocCount();
@@ -397,17 +382,19 @@ void failEachAllocation(int32_t out_width, int32_t out_height, float zoom, Call 
     }
 }
 
+// A zoomed merge of eight frames, each blended into the picture, and a super zoom.
 const struct {
-    int32_t out_width, out_height;
+    int32_t width, height, out_width, out_height;
     float zoom;
-} kFaultGeometries[] = {{640, 480, 3.0f}, {1280, 960, 2.0f}};  // zoomed merge; super zoom
+    int32_t frames;
+} kFaultGeometries[] = {{320, 240, 320, 240, 3.0f, 8}, {640, 480, 1280, 960, 2.0f, 2}};
 
 // The main loop alone, on a burst already aligned: only the run's timer and images (its first
 // three allocations) fail the run; later failures are dropped and the run reports success.
 TEST(PipelineProcess, EveryAllocationOfTheLoopMayFail) {
     for (const auto& g : kFaultGeometries) {
         failEachAllocation(
-            g.out_width, g.out_height, g.zoom,
+            g.width, g.height, g.out_width, g.out_height, g.zoom, g.frames,
             [](tav_sr2_Engine** e, const tavrin_KELD_Image* out, uint32_t nth, bool persist) {
                 tav_sr2_Pipeline* p = &(*e)->pipeline;
                 EXPECT_EQ(tav_sr2_Image_wrapPlanes(&(*e)->output_image, out,
@@ -431,7 +418,7 @@ TEST(PipelineProcess, EveryAllocationOfTheLoopMayFail) {
 TEST(PipelineProcess, EveryAllocationOfARunMayFail) {
     for (const auto& g : kFaultGeometries) {
         failEachAllocation(
-            g.out_width, g.out_height, g.zoom,
+            g.width, g.height, g.out_width, g.out_height, g.zoom, g.frames,
             [](tav_sr2_Engine** e, const tavrin_KELD_Image* out, uint32_t nth, bool persist) {
                 tav_sr2_MemPool_injectFailure(nth, persist);
                 return tav_sr2_process(e, out);

@@ -19,6 +19,7 @@
 #include "engine/engine.h"
 #include "engine/frame_intake.h"
 #include "engine/process.h"
+#include "engine/valid_rect.h"
 #include "foundation/image_format.h"
 #include "tests/common/png_rgb.h"
 
@@ -269,6 +270,22 @@ inline double psnr(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b)
 struct FreeDeleter {
     void operator()(void* p) const { free(p); }
 };
+
+// The window of accum_image that the run scaled, in frame pixels: the auto scale over the
+// pipeline as the run left it, taken back through the crop and the internal zoom.
+inline Window scaledWindow(tav_sr2_Engine* e) {
+    const tav_sr2_Pipeline& p = e->pipeline;
+    tav_sr2_Rect w;
+    EXPECT_EQ(
+        tav_sr2_Pipeline_calcAutoScale(&p, p.accum_image.width, p.accum_image.height, nullptr, &w),
+        TAV_OK);
+    tav_sr2_Rect crop;
+    tav_sr2_Engine_workCrop(e, &crop);
+    const double sx = double(p.aligned_width) / p.accum_image.width;
+    const double sy = double(p.aligned_height) / p.accum_image.height;
+    return {crop.left + p.clip_rect.left + w.left * sx, crop.top + p.clip_rect.top + w.top * sy,
+            (w.right - w.left) * sx, (w.bottom - w.top) * sy};
+}
 
 // One engine in a buffer of exactly its budget, started with four workers.
 struct EngineRun {

@@ -75,4 +75,56 @@ TEST(Warp, SamplesAtTheMappedPositions) {
     EXPECT_EQ(tav_sr2_Warp_frame(&w.ctx, &wide.img, &wide.img, &m), TAV_ERROR_UNSUPPORTED);
 }
 
+// The row kernel against the scalar reference: rotations, scales and a perspective, so that
+// segments fall inside, across and outside the frame, on sizes that leave partial vectors and
+// segments.
+TEST(Warp, VectorRowsGiveTheScalarBytes) {
+    Heap heap;
+    Workers w(&heap.pool, 1);
+    std::mt19937 rng(17);
+    const struct {
+        double m[9];
+    } cases[] = {
+        {{1, 0, 3.25, 0, 1, -2.5, 0, 0, 1}},
+        {{0.998, -0.052, 9.3, 0.052, 0.998, -4.1, 0, 0, 1}},
+        {{1.03, 0.01, -7.7, -0.02, 0.97, 5.2, 2e-5, -3e-5, 1}},
+        {{0.5, 0, 100.3, 0, 0.5, 40.6, 0, 0, 1}},
+    };
+    for (int32_t format : {TAV_SR2_FMT_UINT8, TAV_SR2_FMT_YUV420_SEMIPLANAR}) {
+        TestImage src(&heap.pool, 518, 206, format);
+        src.randomize(rng);
+        for (const auto& c : cases) {
+            SCOPED_TRACE(c.m[0]);
+            tav_sr2_Trans2D m;
+            for (int32_t k = 0; k < 9; ++k)
+                m.m[k] = c.m[k];
+            TestImage scalar(&heap.pool, 518, 206, format);
+            TestImage vector(&heap.pool, 518, 206, format);
+            ASSERT_EQ(
+                tav_sr2_Warp_frameWith(&w.ctx, &scalar.img, &src.img, &m, &tav_sr2_warpRowsScalar),
+                TAV_OK);
+            ASSERT_EQ(
+                tav_sr2_Warp_frameWith(&w.ctx, &vector.img, &src.img, &m, &tav_sr2_warpRowsVector),
+                TAV_OK);
+            EXPECT_EQ(scalar.snapshot(), vector.snapshot());
+        }
+    }
+    // The kernel alone on positions of every fraction, channel by channel.
+    TestImage plane(&heap.pool, 64, 8, TAV_SR2_FMT_UINT88);
+    plane.randomize(rng);
+    std::vector<int32_t> X(37), Y(37);
+    for (int32_t k = 0; k < 37; ++k) {
+        X[k] = (int32_t)(rng() % (60u << 15));
+        Y[k] = (int32_t)(rng() % (6u << 15));
+    }
+    for (int32_t channel = 0; channel < 2; ++channel) {
+        uint8_t a[74] = {}, b[74] = {};
+        tav_sr2_warpRowsScalar.bilinear(plane.img.plane[0], plane.img.pitch[0], 2, channel,
+                                        X.data(), Y.data(), 37, a + channel);
+        tav_sr2_warpRowsVector.bilinear(plane.img.plane[0], plane.img.pitch[0], 2, channel,
+                                        X.data(), Y.data(), 37, b + channel);
+        EXPECT_EQ(memcmp(a, b, sizeof(a)), 0);
+    }
+}
+
 }  // namespace
