@@ -37,8 +37,10 @@ inline uint8_t clampByte(double v) {
     return uint8_t(std::clamp(lround(v), 0l, 255l));
 }
 
-// Mirror index into 0..n-1, so that a small photograph tiles a larger frame without seams.
+// Mirror index into 0..n-1, so that a small photograph tiles a larger frame without seams;
+// -1 reads 0, -2 reads 1.
 inline int32_t mirror(int32_t i, int32_t n) {
+    if (i < 0) i = -1 - i;
     const int32_t m = i % (2 * n);
     return m < n ? m : 2 * n - 1 - m;
 }
