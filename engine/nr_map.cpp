@@ -86,9 +86,10 @@ uint32_t darkBand(void* arg, int32_t band, int32_t, int32_t) {
     const double unit = job->deep ? 512.0 : 128.0;
     for (int32_t y = y0; y < y1; ++y) {
         uint8_t* map = tav_sr2_rowOf<uint8_t>(job->map, 0, y);
+        const uint8_t* bytes = tav_sr2_rowOf<const uint8_t>(job->luma, 0, y);
+        const uint16_t* words = tav_sr2_rowOf<const uint16_t>(job->luma, 0, y);
         for (int32_t x = 0; x < job->map->width; ++x) {
-            const int32_t l = job->deep ? tav_sr2_rowOf<const uint16_t>(job->luma, 0, y)[x]
-                                        : tav_sr2_rowOf<const uint8_t>(job->luma, 0, y)[x];
+            const int32_t l = job->deep ? words[x] : bytes[x];
             if (l >= limit) continue;
             double f = job->r;
             if (job->r >= 1.0) {

@@ -1,10 +1,10 @@
 // tav_sr2_Upscaler_upscale2x: the pattern-indexed 2x enlargement of 8-bit luma.
 //
-// Rows go in at most 32 bands (fewer with fewer workers). For each source row a band copies the
-// five rows y - 2 .. y + 2 (clamped to the image) into padded buffers, the edge pixel repeated
-// twice on each side, classifies the row's pixels from the middle three and filters each pixel's
-// 5 x 5 window with its pattern's filter into output rows 2y and 2y + 1. The buffers of all bands
-// are one pool block taken before the bands run.
+// Rows go in at most 32 bands (fewer with fewer workers). A band keeps the five rows y - 2 .. y + 2
+// (clamped to the image) in a ring of padded buffers, the edge pixel repeated twice on each side,
+// copying one new row per source row; it classifies the row's pixels from the middle three and
+// filters each pixel's 5 x 5 window with its pattern's filter into output rows 2y and 2y + 1. The
+// buffers of all bands are one pool block taken before the bands run.
 #include <string.h>
 
 #include "enhance/image_rows.h"
@@ -52,9 +52,16 @@ uint32_t upscaleBand(void* arg, int32_t band, int32_t y0, int32_t y1) {
         rows[r] = base + r * stride;
     uint16_t* index = reinterpret_cast<uint16_t*>(base + 5 * stride);
     const tav_sr2_UpscaleRowOps* ops = job->u->rows;
+    for (int32_t r = 0; r < 5; ++r)
+        padRow(tav_sr2_rowOf<uint8_t>(src, 0, clampRow(y0 - 2 + r, src->height)), w, rows[r]);
     for (int32_t y = y0; y < y1; ++y) {
-        for (int32_t r = 0; r < 5; ++r)
-            padRow(tav_sr2_rowOf<uint8_t>(src, 0, clampRow(y - 2 + r, src->height)), w, rows[r]);
+        if (y > y0) {  // the ring moves down a row: the oldest buffer takes row y + 2
+            uint8_t* oldest = rows[0];
+            for (int32_t r = 0; r < 4; ++r)
+                rows[r] = rows[r + 1];
+            rows[4] = oldest;
+            padRow(tav_sr2_rowOf<uint8_t>(src, 0, clampRow(y + 2, src->height)), w, rows[4]);
+        }
         ops->classify(rows + 1, w, job->u->pattern_threshold, index);
         ops->filter2x(rows, index, job->u->patterns, w, tav_sr2_rowOf<uint8_t>(job->dst, 0, 2 * y),
                       tav_sr2_rowOf<uint8_t>(job->dst, 0, 2 * y + 1));

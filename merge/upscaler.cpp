@@ -120,10 +120,8 @@ uint32_t tav_sr2_Upscaler_reset(tav_sr2_Upscaler* u) {
 
 uint32_t tav_sr2_Upscaler_setKernel(tav_sr2_Upscaler* u, const tav_sr2_UpscaleKernel* kernel) {
     if (u == nullptr || kernel == nullptr || u->kernel_table == nullptr) return TAV_ERROR_PARAM;
-    int16_t table[TAV_SR2_PHASES * TAV_SR2_PHASE_TAPS];
-    if (!tav_sr2_Upscaler_fillPhases(kernel, table)) return TAV_ERROR_PARAM;
-    memcpy(u->kernel_table, table, sizeof(table));
-    return TAV_OK;
+    // An unknown mode is refused before anything is written: the table stays as it was.
+    return tav_sr2_Upscaler_fillPhases(kernel, u->kernel_table) ? TAV_OK : TAV_ERROR_PARAM;
 }
 
 uint32_t tav_sr2_Upscaler_blendBanks(tav_sr2_Upscaler* u, double t) {

@@ -224,6 +224,19 @@ void Horizontal16(const int16_t* row, const int32_t* base, const int16_t* taps, 
 #else
 using D16 = hn::FixedTag<int16_t, 8>;
 using D32 = hn::FixedTag<int32_t, 4>;
+
+// Byte shuffles of the 2x filter: pick k puts 16-bit lane k in lanes 0..3 and lane k + 1 in
+// lanes 4..7.
+#define TAVRIN_PICK(k)                                                                          \
+    {                                                                                           \
+        2 * (k), 2 * (k) + 1, 2 * (k), 2 * (k) + 1, 2 * (k), 2 * (k) + 1, 2 * (k), 2 * (k) + 1, \
+            2 * (k) + 2, 2 * (k) + 3, 2 * (k) + 2, 2 * (k) + 3, 2 * (k) + 2, 2 * (k) + 3,       \
+            2 * (k) + 2, 2 * (k) + 3                                                            \
+    }
+alignas(16) static constexpr uint8_t kPickBytes[7][16] = {
+    TAVRIN_PICK(0), TAVRIN_PICK(1), TAVRIN_PICK(2), TAVRIN_PICK(3),
+    TAVRIN_PICK(4), TAVRIN_PICK(5), TAVRIN_PICK(6)};
+#undef TAVRIN_PICK
 using V16 = hn::Vec<D16>;
 
 // Two pixels' outputs (8 lanes, pixel a then pixel b) of one row's five taps, added to `sum`.
@@ -254,17 +267,9 @@ void Filter2x(const uint8_t* const* rows, const uint16_t* index, const int16_t* 
     const hn::Repartition<uint8_t, D16> db;
     const hn::FixedTag<uint8_t, 8> d8;
     const hn::FixedTag<uint16_t, 8> du;
-    // Byte indices: lanes 0..3 take 16-bit lane k, lanes 4..7 lane k + 1.
     hn::Vec<decltype(db)> pick[7];
-    for (int32_t k = 0; k < 7; ++k) {
-        alignas(16) uint8_t bytes[16];
-        for (int32_t i = 0; i < 8; ++i) {
-            const int32_t lane = k + (i >= 4 ? 1 : 0);
-            bytes[2 * i] = (uint8_t)(2 * lane);
-            bytes[2 * i + 1] = (uint8_t)(2 * lane + 1);
-        }
-        pick[k] = hn::Load(db, bytes);
-    }
+    for (int32_t k = 0; k < 7; ++k)
+        pick[k] = hn::Load(db, kPickBytes[k]);
     // The first two pixels and whatever is left after the last group of four take the scalar
     // form: a group must not read beyond padded column x + 7.
     int32_t x = 0;

@@ -9,6 +9,7 @@
 
 #include "engine/buffer_budget.h"
 #include "enhance/image_ops.h"
+#include "tests/engine/log_capture.h"
 #include "tests/enhance/image_test_util.h"
 
 namespace {
@@ -98,7 +99,18 @@ TEST(NrMap, LoneBaseRaisesNoiseByIsoClass) {
         t->dirnr = 3.0;
         t->noise_level_uv = 4.0;
         rig.weights({128, 128, 128, 128, 128, 128, 128, 128});
+        EngineLogCapture log;
         ASSERT_EQ(tav_sr2_Pipeline_makeNrMap(rig.self), TAV_OK);
+        // The second value is k times noise_level_4ghost_ratio (6.0 by default), never stored.
+        char settings[256];
+        snprintf(settings, sizeof settings,
+                 "self->accum_num = 1, noise_level_4ghost_ratio = 12.000000,  noise_level = %f,  "
+                 "dirnr=  6.000000, noise_level_uv = 8.000000  nr_y_range[0] = %d\n",
+                 c.want_noise, c.want_range);
+        EXPECT_EQ(EngineLogCapture::starting("self->params->iso = "),
+                  std::vector<std::string>{"self->params->iso = " + std::to_string(c.iso) + " \n"});
+        EXPECT_EQ(EngineLogCapture::starting("self->accum_num"),
+                  std::vector<std::string>{settings});
         EXPECT_DOUBLE_EQ(t->noise_level, c.want_noise);
         EXPECT_EQ(t->nr_y_range[0], c.want_range);
         EXPECT_DOUBLE_EQ(t->dirnr, 6.0);

@@ -92,7 +92,9 @@ TEST(Upscaler, PhaseTables) {
     EXPECT_FALSE(tav_sr2_Upscaler_fillPhases(&unknown, table));
     Heap heap;
     Upscaler up(&heap.pool);
+    const std::vector<int16_t> before(up.u.kernel_table, up.u.kernel_table + 256 * 8);
     EXPECT_EQ(tav_sr2_Upscaler_setKernel(&up.u, &unknown), TAV_ERROR_PARAM);
+    EXPECT_EQ(std::vector<int16_t>(up.u.kernel_table, up.u.kernel_table + 256 * 8), before);
     EXPECT_EQ(tav_sr2_Upscaler_setThreshold(&up.u, -1), TAV_ERROR_PARAM);
     EXPECT_EQ(tav_sr2_Upscaler_setThreshold(&up.u, 0), TAV_OK);
 }

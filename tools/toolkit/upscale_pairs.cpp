@@ -154,9 +154,7 @@ void rigClose(UpscalerRig* rig) {
 }
 
 void rigUseBank(UpscalerRig* rig, const int16_t* bank) {
-    // Back to the bank record's own state first, so that no blended copy is lost.
-    tav_sr2_Upscaler_blendBanks(&rig->u, 0.0);
-    tav_sr2_Upscaler_finish(&rig->u);
+    // The reset returns any blended copies to the pool before the patterns are pointed away.
     const int32_t threshold = rig->u.pattern_threshold;
     tav_sr2_Upscaler_reset(&rig->u);
     tav_sr2_Upscaler_setThreshold(&rig->u, threshold);
