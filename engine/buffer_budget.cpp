@@ -20,7 +20,7 @@
 #include "foundation/image_format.h"
 #include "foundation/log.h"
 #include "gpu/render_context_size.h"
-#include "nr/guided_filter_size.h"
+#include "nr/guided_filter.h"
 
 namespace {
 

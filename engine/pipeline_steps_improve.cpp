@@ -12,6 +12,7 @@
 #include "engine/pipeline_steps.h"
 #include "engine/run_limit.h"
 #include "foundation/log.h"
+#include "nr/luma_nr.h"
 
 namespace {
 
@@ -19,20 +20,31 @@ bool timeUp(const tav_sr2_Pipeline* self, int32_t stage) {
     return tav_sr2_RunLimit_passed(&self->run_timer, stage);
 }
 
+tav_sr2_NrEngine nrEngine(const tav_sr2_Pipeline* self) {
+    const sr_tunning_param* t = &self->tuning;
+    return {tav_sr2_Pipeline_imageCtx(self), t->hfe_white_level, t->hfe_black_level, t->hfe_thr};
+}
+
 // dark_light_nr, at stage 3 or 11: plan->dark_light_runs runs, each filtering once with
 // gf_window2 and gf_eps2, and a second time when plan->dark_light_twice.
-void darkLightNr([[maybe_unused]] tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
-    if (plan->dark_light_runs > 0) {
-        // STAGE PENDING nr/ dark-light NR: dark_light_nr(self, &self->accum_image,
-        // gf_window2, gf_eps2) per run, twice per run when plan->dark_light_twice.
+void darkLightNr(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
+    const tav_sr2_NrEngine engine = nrEngine(self);
+    const sr_tunning_param* t = &self->tuning;
+    for (int32_t run = 0; run < plan->dark_light_runs; ++run) {
+        dark_light_nr(&engine, &self->accum_image, t->gf_window2, (float)t->gf_eps2,
+                      plan->dark_light_twice != 0);
     }
 }
 
 // Stages 4 to 7; returns whether the time check after stage 7 found the limit passed.
 bool denoise(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
     if (plan->multiscale_ynr) {
-        // STAGE PENDING nr/ multiscale luma NR: multiscale_ynr(self, &self->accum_image,
-        // &self->nr_map, hfe_level, ynr_low_eps, ynr_high_eps), its 16-bit form for 52 and 53.
+        // The stage leaves the frame as it was when its pyramid cannot be had; the run goes on.
+        const tav_sr2_NrEngine engine = nrEngine(self);
+        const sr_tunning_param* t = &self->tuning;
+        const tav_sr2_Image* map = self->nr_map.plane[0] != nullptr ? &self->nr_map : nullptr;
+        tav_sr2_ynr_dispatch(&engine, &self->accum_image, map, t->hfe_level, (float)t->ynr_low_eps,
+                             (float)t->ynr_high_eps);
     }
     if (plan->chroma_nr_passes > 0) {
         // STAGE PENDING nr/ chroma NR: tav_sr2_ChromaNR_run, num_nr_times_uv passes with

@@ -3,14 +3,15 @@
 # 24 Kodak pictures; never the training photographs 001-034) through tavrin-sr, scored against
 # their ground truth beside bicubic and the library on the base frame alone.
 #
-#   bash scripts/quality.sh [--quick] [--jobs N]
+#   bash scripts/quality.sh [--quick] [--jobs N] [--params FILE]
 #
 # Per photograph, four bursts of 8 frames (make-burst: random homographies, 2 x 2 box sensor):
 # noise sigma 0, 2 and 5, and one with a moving patch at sigma 2. Each burst runs twice at zoom 2:
 # an ordinary zoom (output at the frame's size: the centre window enlarged, scored with
 # evaluate --centre-window) and the whole frame enlarged 2x (a super zoom). The table gives mean
 # luma PSNR and SSIM per mode and noise, and the luma PSNR inside the moving area of the patch
-# bursts. --quick takes three photographs (a smoke test). Files go to out/quality/.
+# bursts. --quick takes three photographs (a smoke test); --params runs the library with another
+# tuning file than the sample (for tuning it). Files go to out/quality/.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 photos=${TAVRIN_SHARED_DATA:-$root/../shared/data}/photos
@@ -18,10 +19,12 @@ build="$root/build/quality"
 out="$root/out/quality"
 quick=0
 jobs=2
+params=()
 while [ $# -gt 0 ]; do
     case "$1" in
         --quick) quick=1 ;;
         --jobs) jobs=$2; shift ;;
+        --params) params=(--params "$(realpath "$2")"); shift ;;
         *) echo "quality.sh: unknown argument $1" >&2; exit 2 ;;
     esac
     shift
@@ -58,11 +61,11 @@ one() {
         local size w h
         size=$(awk '$1 == "frame_size" { print $2 "x" $3 }' "$dir/manifest.txt")
         "$build/cli/tavrin-sr" "$dir"/frame_*.png --zoom 2 --output-size "$size" --iso 400 \
-            --base 0 -o "$dir/zoom.png" >/dev/null
+            --base 0 $params_arg -o "$dir/zoom.png" >/dev/null
         "$build/tools/evaluate" "$dir/manifest.txt" "$dir/zoom.png" --centre-window \
             --max-shift 8 --csv "$out/zoom-$name-$kind.csv" --label "$kind" >/dev/null
         "$build/cli/tavrin-sr" "$dir"/frame_*.png --zoom 2 --iso 400 --base 0 \
-            -o "$dir/super.png" >/dev/null
+            $params_arg -o "$dir/super.png" >/dev/null
         "$build/tools/evaluate" "$dir/manifest.txt" "$dir/super.png" --max-shift 8 \
             --csv "$out/super-$name-$kind.csv" --label "$kind" >/dev/null
         rm -f "$dir"/frame_*.png
@@ -70,7 +73,9 @@ one() {
     echo "  $name"
 }
 export -f one
-export build out photos
+# One word list, since the exported function cannot see an array (the path has no spaces).
+params_arg="${params[*]:-}"
+export build out photos params_arg
 echo "quality: ${#list[@]} photographs, $jobs at a time"
 printf '%s\n' "${list[@]}" | xargs -P "$jobs" -I{} bash -c 'one "$@"' _ {}
 

@@ -11,7 +11,7 @@
 #include "foundation/task_sys.h"
 #include "foundation/thread_pool.h"
 #include "gpu/render_context_size.h"
-#include "nr/guided_filter_size.h"
+#include "nr/guided_filter.h"
 #include "tests/engine/log_capture.h"
 
 namespace {

@@ -40,32 +40,6 @@ Scene frameOf(const Scene& s, int32_t k, double sigma, int32_t patch, uint32_t s
     return f;
 }
 
-// Random lattices of three cell sizes read bilinearly and added: structure at every scale, none
-// of it periodic, so that the frames align as photographs do.
-Scene valueNoiseScene() {
-    std::mt19937 rng(11);
-    std::vector<double> lattice(64 * 64);
-    for (double& v : lattice)
-        v = double(rng() % 256);
-    auto noise = [&](int32_t x, int32_t y, int32_t cell) {
-        const int32_t gx = x / cell, gy = y / cell;
-        const double fx = double(x % cell) / cell, fy = double(y % cell) / cell;
-        auto at = [&](int32_t i, int32_t j) { return lattice[size_t(j % 64) * 64 + i % 64]; };
-        return (at(gx, gy) * (1 - fx) + at(gx + 1, gy) * fx) * (1 - fy) +
-               (at(gx, gy + 1) * (1 - fx) + at(gx + 1, gy + 1) * fx) * fy;
-    };
-    Scene s;
-    s.width = kW;
-    s.height = kH;
-    s.luma.resize(size_t(kW) * kH);
-    s.chroma.assign(size_t(kW) * kH / 2, 128);
-    for (int32_t y = 0; y < kH; ++y)
-        for (int32_t x = 0; x < kW; ++x)
-            s.luma[size_t(y) * kW + x] = tav_run::clampByte(
-                0.45 * noise(x, y, 61) + 0.35 * noise(x, y, 17) + 0.2 * noise(x, y, 5));
-    return s;
-}
-
 // Luma PSNR of a picture against `truth` over a rectangle.
 double psnrIn(const Scene& a, const Scene& truth, int32_t x0, int32_t y0, int32_t x1, int32_t y1) {
     double sum = 0.0;
@@ -116,7 +90,8 @@ TEST(MergeGain, NoisyStaticBurstAndMovingPatch) {
     // A photograph where the data folder is at hand, value noise elsewhere (CI).
     Scene scene;
     std::string why;
-    if (!tav_run::loadKodak("kodim05.png", kW, kH, &scene, &why)) scene = valueNoiseScene();
+    if (!tav_run::loadKodak("kodim05.png", kW, kH, &scene, &why))
+        scene = tav_run::valueNoiseScene(kW, kH, 11);
     constexpr int32_t kBorder = 16;  // output pixels left out at the edges
     for (int32_t patch : {0, 48}) {
         SCOPED_TRACE(patch);

@@ -223,7 +223,7 @@ TEST(PipelineProcess, TimeLimitSkipsTheStagesButWritesTheOutput) {
         EXPECT_EQ(small.run(scene, &late), TAV_ERROR_TIMEOUT);
     }
     // Past the check after the merge nothing but the output step runs; its picture is the one
-    // of a run in time, as the skipped stages do not change it yet.
+    // of a run in time, as the default tuning leaves the skipped stages off.
     const std::vector<std::string> lines = RunLog::progress();
     ASSERT_EQ(lines.size(), 6u);
     EXPECT_EQ(lines[0], "sr process begin...\n");
@@ -240,6 +240,47 @@ TEST(PipelineProcess, TimeLimitSkipsTheStagesButWritesTheOutput) {
     EXPECT_EQ(lines[5], "sr process end...\n");
     EXPECT_EQ(late.luma, in_time.luma);
     EXPECT_EQ(late.chroma, in_time.chroma);
+}
+
+// The luma noise reducers run under their tuning gates: each changes the picture when its levels
+// are set, the pyramid logs one line per level it builds, and nothing runs with the levels at 0.
+TEST(PipelineProcess, LumaNoiseReductionRunsUnderItsGates) {
+    const Scene scene = tav_run::proceduralScene(kW, kH);
+    struct Case {
+        void (*tune)(tav_sr2_SrParams*);
+        size_t pyramid_lines;
+        bool changes;
+    } cases[] = {
+        {[](tav_sr2_SrParams* p) { p->y_nr_level = 0; }, 0, false},
+        {[](tav_sr2_SrParams* p) { p->y_lf_nr_level = 3; }, 3, true},
+        {[](tav_sr2_SrParams* p) { p->y_hf_nr_level = 3; }, 3, true},
+        {[](tav_sr2_SrParams* p) {
+             p->y_nr_level = 40;
+             p->y_nr_mode = 2;
+             p->light_enable = 1;
+         },
+         0, true},
+        {[](tav_sr2_SrParams* p) {
+             p->y_nr_level = 40;
+             p->y_nr_times = 0;
+         },
+         0, false},
+    };
+    SmallRun small;
+    HostOutput plain(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+    ASSERT_EQ(small.run(scene, &plain), TAV_OK);
+    for (const Case& c : cases) {
+        small.tune = c.tune;
+        RunLog log;
+        HostOutput out(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
+        ASSERT_EQ(small.run(scene, &out), TAV_OK);
+        size_t pyramid = 0;
+        for (const std::string& line : RunLog::lines())
+            pyramid += line.rfind("multiscale_ynr [", 0) == 0;
+        EXPECT_EQ(pyramid, c.pyramid_lines);
+        EXPECT_EQ(out.luma != plain.luma, c.changes);
+        EXPECT_EQ(out.chroma, plain.chroma);
+    }
 }
 
 // The ghost weight of a difference j: full up to the offset, then a logistic fall.

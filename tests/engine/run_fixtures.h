@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -74,6 +75,32 @@ inline Scene sceneFromRgb(const std::vector<uint8_t>& rgb, int32_t rw, int32_t r
             s.chroma[(size_t(y) * width / 2 + x) * 2 + 1] = clampByte(v / 4 + 128);
         }
     }
+    return s;
+}
+
+// Random lattices of three cell sizes read bilinearly and added: structure at every scale, none
+// of it periodic, so that frames of it align as photographs do. Grey chroma.
+inline Scene valueNoiseScene(int32_t width, int32_t height, uint32_t seed) {
+    std::mt19937 rng(seed);
+    std::vector<double> lattice(64 * 64);
+    for (double& v : lattice)
+        v = double(rng() % 256);
+    auto noise = [&](int32_t x, int32_t y, int32_t cell) {
+        const int32_t gx = x / cell, gy = y / cell;
+        const double fx = double(x % cell) / cell, fy = double(y % cell) / cell;
+        auto at = [&](int32_t i, int32_t j) { return lattice[size_t(j % 64) * 64 + i % 64]; };
+        return (at(gx, gy) * (1 - fx) + at(gx + 1, gy) * fx) * (1 - fy) +
+               (at(gx, gy + 1) * (1 - fx) + at(gx + 1, gy + 1) * fx) * fy;
+    };
+    Scene s;
+    s.width = width;
+    s.height = height;
+    s.luma.resize(size_t(width) * height);
+    s.chroma.assign(size_t(width) * height / 2, 128);
+    for (int32_t y = 0; y < height; ++y)
+        for (int32_t x = 0; x < width; ++x)
+            s.luma[size_t(y) * width + x] =
+                clampByte(0.45 * noise(x, y, 61) + 0.35 * noise(x, y, 17) + 0.2 * noise(x, y, 5));
     return s;
 }
 
