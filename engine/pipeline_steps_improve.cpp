@@ -13,6 +13,7 @@
 #include "engine/run_limit.h"
 #include "foundation/log.h"
 #include "nr/luma_nr.h"
+#include "sharpen/enhance.h"
 
 namespace {
 
@@ -23,6 +24,29 @@ bool timeUp(const tav_sr2_Pipeline* self, int32_t stage) {
 tav_sr2_NrEngine nrEngine(const tav_sr2_Pipeline* self) {
     const sr_tunning_param* t = &self->tuning;
     return {tav_sr2_Pipeline_imageCtx(self), t->hfe_white_level, t->hfe_black_level, t->hfe_thr};
+}
+
+tav_sr2_EnhanceInputs enhanceInputs(const tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
+    const sr_tunning_param* t = &self->tuning;
+    tav_sr2_EnhanceInputs in = {};
+    in.ctx = tav_sr2_Pipeline_imageCtx(self);
+    in.weight_sum = &self->weight_sum;
+    in.nr_map = &self->nr_map;
+    in.accum_num = self->accum_num;
+    in.frame_count = self->frame_count;
+    in.do_unsharp = t->do_unsharp;
+    in.unsharp_method = t->unsharp_method;
+    in.unsharp_sigma = t->unsharp_sigma;
+    in.unsharp_sigma2 = t->unsharp_sigma2;
+    in.unsharp_noise_level = t->unsharp_noise_level;
+    in.unsharp_4ghost_ratio = t->unsharp_4ghost_ratio;
+    in.do_unsharp_rate_for_skin = t->do_unsharp_rate_for_skin;
+    in.internal_zoom_ratio = t->internal_zoom_ratio;
+    in.zoom_ratio = t->zoom_ratio;
+    in.white_edge_level = t->white_edge_level;
+    in.black_edge_level = t->black_edge_level;
+    in.super_zoom = plan->super_zoom;
+    return in;
 }
 
 // dark_light_nr, at stage 3 or 11: plan->dark_light_runs runs, each filtering once with
@@ -63,7 +87,8 @@ bool denoise(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
 // Stages 8 to 10; returns whether a time check after one of them found the limit passed.
 bool enhance(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
     if (plan->unsharp) {
-        // STAGE PENDING enhance/ driver: tav_sr2_Enhance_run(self, &self->accum_image).
+        const tav_sr2_EnhanceInputs in = enhanceInputs(self, plan);
+        tav_sr2_Enhance_run(&in, &self->accum_image);
         if (timeUp(self, 8)) return true;
     }
     tav_sr2_log_i("sr process 5 finish...\n");

@@ -31,5 +31,5 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
     -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g"
 # Only the code that shares memory between threads; TSan slows everything else for no gain.
 TSAN_OPTIONS=halt_on_error=1 \
-    suite tsan tavrin_tests "MemPool|TaskSys|ThreadPool|Queue|Mutex|Cond|Thread|RankFilter|DepthConvert|GuidedFilter|LumaNr" \
+    suite tsan tavrin_tests "MemPool|TaskSys|ThreadPool|Queue|Mutex|Cond|Thread|RankFilter|DepthConvert|GuidedFilter|LumaNr|Unsharp|Enhance" \
     -DCMAKE_BUILD_TYPE=Debug -DTAVRIN_SANITIZE=thread -DTAVRIN_FAULT_INJECTION=ON -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g"

@@ -58,6 +58,7 @@ struct Figures {
     tavtool::Registration window;
     double y_psnr = NAN, y_ssim = NAN, cb_psnr = NAN, cr_psnr = NAN;
     double moving_psnr = NAN;  // luma inside the moving patches' area, when the burst has any
+    double edge = NAN;         // edge sharpness: mean gradient on the truth's edges over the truth's
 };
 
 struct Settings {
@@ -142,6 +143,8 @@ Figures measure(const tavio::Yuv420& out, const tavio::Yuv420& truth, const Sett
     f.cb_psnr = tavtool::psnr(view(out.cb, cw, ch), view(ref.cb, cw, ch), crop / 2, 255.0);
     f.cr_psnr = tavtool::psnr(view(out.cr, cw, ch), view(ref.cr, cw, ch), crop / 2, 255.0);
     f.moving_psnr = maskedPsnr(out.y, ref.y, s.moving);
+    f.edge = tavtool::edgeSharpness(view(out.y, out.width, out.height),
+                                    view(ref.y, ref.width, ref.height), crop);
     f.valid = true;
     return f;
 }
@@ -209,9 +212,9 @@ void printRow(const char* name, const Figures& f) {
     }
     char window[64];
     snprintf(window, sizeof window, "x%.3f %+.2f,%+.2f", f.window.scale, f.window.dx, f.window.dy);
-    printf("%-28s %8s %9s %9s %9s   %s\n", name, number(f.y_psnr, "%.2f").c_str(),
+    printf("%-28s %8s %9s %9s %9s %7s   %s\n", name, number(f.y_psnr, "%.2f").c_str(),
            number(f.y_ssim, "%.4f").c_str(), number(f.cb_psnr, "%.2f").c_str(),
-           number(f.cr_psnr, "%.2f").c_str(), window);
+           number(f.cr_psnr, "%.2f").c_str(), number(f.edge, "%.3f").c_str(), window);
 }
 
 bool appendCsv(const std::string& path, const std::string& label, int32_t crop, const Figures* rows,
@@ -228,18 +231,20 @@ bool appendCsv(const std::string& path, const std::string& label, int32_t crop, 
         fprintf(f, "label,crop");
         for (const char* p : kPrefixes)
             fprintf(
-                f, ",%s_y_psnr,%s_y_ssim,%s_cb_psnr,%s_cr_psnr,%s_scale,%s_dx,%s_dy,%s_moving_psnr",
-                p, p, p, p, p, p, p, p);
+                f,
+                ",%s_y_psnr,%s_y_ssim,%s_cb_psnr,%s_cr_psnr,%s_scale,%s_dx,%s_dy,%s_moving_psnr,"
+                "%s_edge",
+                p, p, p, p, p, p, p, p, p);
         fprintf(f, "\n");
     }
     fprintf(f, "%s,%d", label.c_str(), crop);
     for (int i = 0; i < 3; ++i) {
         const Figures& r = rows[i];
-        fprintf(f, ",%s,%s,%s,%s,%s,%s,%s,%s", number(r.y_psnr, "%.4f").c_str(),
+        fprintf(f, ",%s,%s,%s,%s,%s,%s,%s,%s,%s", number(r.y_psnr, "%.4f").c_str(),
                 number(r.y_ssim, "%.5f").c_str(), number(r.cb_psnr, "%.4f").c_str(),
                 number(r.cr_psnr, "%.4f").c_str(), number(r.window.scale, "%.4f").c_str(),
                 number(r.window.dx, "%.3f").c_str(), number(r.window.dy, "%.3f").c_str(),
-                number(r.moving_psnr, "%.4f").c_str());
+                number(r.moving_psnr, "%.4f").c_str(), number(r.edge, "%.4f").c_str());
     }
     fprintf(f, "\n");
     const bool ok = !ferror(f);
@@ -382,7 +387,7 @@ int main(int argc, char** argv) {
     }
     printf("evaluate: %s against %s (%dx%d), border of %d px left out\n", result_path.c_str(),
            truth_path.c_str(), truth.width, truth.height, crop);
-    printf("%-28s %8s %9s %9s %9s   %s\n", "", "Y PSNR", "Y SSIM", "Cb PSNR", "Cr PSNR",
+    printf("%-28s %8s %9s %9s %9s %7s   %s\n", "", "Y PSNR", "Y SSIM", "Cb PSNR", "Cr PSNR", "edges",
            settings.registered ? "window (scale, shift)" : "window (not registered)");
     printRow("result", rows[0]);
     printRow("bicubic, base frame", rows[1]);

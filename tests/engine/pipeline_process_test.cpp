@@ -53,7 +53,8 @@ struct RunResult {
 RunResult runScene(const RunCase& c, const Scene& scene, int32_t format, int32_t frames,
                    HostOutput* out) {
     RunResult r = {};
-    EngineRun run(c.width, c.height, c.out_width, c.out_height, c.zoom, formatName(format), frames);
+    EngineRun run(c.width, c.height, c.out_width, c.out_height, c.zoom, formatName(format), frames,
+                  tav_run::noSharpening);
     if (run.engine == nullptr) return r;
     const HostFrame frame(scene, format);
     run.add(frame, frames);
@@ -212,7 +213,10 @@ struct SmallRun {
 TEST(PipelineProcess, TimeLimitSkipsTheStagesButWritesTheOutput) {
     const Scene scene = tav_run::proceduralScene(kW, kH);
     SmallRun small;
-    small.tune = [](tav_sr2_SrParams* p) { p->light_enable = 1; };
+    small.tune = [](tav_sr2_SrParams* p) {
+        p->light_enable = 1;
+        p->unsharp_level = 0;
+    };
     HostOutput in_time(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
     ASSERT_EQ(small.run(scene, &in_time), TAV_OK);
 

@@ -206,6 +206,31 @@ double psnr(const PlaneView& a, const PlaneView& b, int32_t crop, double peak) {
     return 10.0 * std::log10(peak * peak / (sum / n));
 }
 
+double edgeSharpness(const PlaneView& a, const PlaneView& b, int32_t crop) {
+    const int32_t w = a.width, h = a.height;
+    const int32_t lo = std::max(crop, 1);
+    if (w != b.width || h != b.height || w - lo <= lo || h - lo <= lo)
+        return std::numeric_limits<double>::quiet_NaN();
+    auto gradient = [&](const PlaneView& p, int32_t x, int32_t y) {
+        const double gx = double(p.data[y * w + x + 1]) - double(p.data[y * w + x - 1]);
+        const double gy = double(p.data[(y + 1) * w + x]) - double(p.data[(y - 1) * w + x]);
+        return std::sqrt(gx * gx + gy * gy);
+    };
+    std::vector<std::pair<double, int32_t>> edges;
+    for (int32_t y = lo; y < h - lo; ++y)
+        for (int32_t x = lo; x < w - lo; ++x)
+            edges.push_back({gradient(b, x, y), y * w + x});
+    const size_t keep = std::max<size_t>(edges.size() / 10, 1);
+    std::nth_element(edges.begin(), edges.begin() + (keep - 1), edges.end(),
+                     [](const auto& u, const auto& v) { return u.first > v.first; });
+    double sa = 0.0, sb = 0.0;
+    for (size_t k = 0; k < keep; ++k) {
+        sa += gradient(a, edges[k].second % w, edges[k].second / w);
+        sb += edges[k].first;
+    }
+    return sb > 0.0 ? sa / sb : std::numeric_limits<double>::quiet_NaN();
+}
+
 double ssim(const PlaneView& a, const PlaneView& b, int32_t crop, double peak) {
     const int32_t w = a.width - 2 * crop;
     const int32_t h = a.height - 2 * crop;

@@ -22,6 +22,10 @@ struct PlaneView {
 
 double psnr(const PlaneView& a, const PlaneView& b, int32_t crop, double peak);
 double ssim(const PlaneView& a, const PlaneView& b, int32_t crop, double peak);
+// How sharp a's edges are against the reference b: on the tenth of b's pixels with the largest
+// gradient (central differences, inside the crop), the mean gradient magnitude of a over that of
+// b. 1 is as sharp as the reference, below 1 softer; NaN as for psnr.
+double edgeSharpness(const PlaneView& a, const PlaneView& b, int32_t crop);
 
 // Keys' cubic convolution (a = -0.5) with pixel centres aligned: destination x samples the source
 // at (x + 0.5) * sw / dw - 0.5, edges repeated, results rounded and clamped to 0..max_code.
