@@ -1,11 +1,12 @@
 // The sharpening stage on a 4000 x 3000 frame, each unsharp_method on the 10-bit frame the CPU
 // merge makes (method 0 also on an 8-bit frame), on 1 and 2 workers; and the 7-tap 10-bit band
-// pass alone with its scalar rows beside the vector ones. The frame holds ramps with texture; the
+// pass alone with its scalar rows beside the vector ones; and the contrast and structure stages
+// that follow it. The frame holds ramps with texture; the
 // weight comes from a weight_sum of eight merged frames, skin weighting off. The stage runs in
 // place, so each iteration sharpens the last one's output: the cost does not depend on it.
 // Counter: megapixels per second.
 //
-//   tavrin_bench --benchmark_filter='Sharpen|UnsharpBand'
+//   tavrin_bench --benchmark_filter='Sharpen|UnsharpBand|ContrastStructure'
 #include <benchmark/benchmark.h>
 
 #include <random>
@@ -13,6 +14,7 @@
 #include "bench/bench_rig.h"
 #include "enhance/image_rows.h"
 #include "sharpen/enhance.h"
+#include "sharpen/image_effect.h"
 #include "sharpen/unsharp.h"
 
 namespace {
@@ -115,6 +117,44 @@ void stageArgs(benchmark::internal::Benchmark* bm) {
     }
 }
 
+// The two stages after sharpening on the 10-bit frame. Arguments: structure (0: contrast at gain
+// 60, sigma 2.2; 1: structure at strength 32, eps 500; 2: the same with eps_high 1000), workers.
+void BM_ContrastStructure(benchmark::State& state) {
+    BenchRig rig(size_t(256) << 20, (int32_t)state.range(1));
+    tav_sr2_Image frame;
+    tav_sr2_Image_init(&frame, &rig.pool);
+    if (!rig.ok ||
+        tav_sr2_Image_alloc(&frame, kW, kH, nullptr, TAV_SR2_FMT_YUV10B420_SEMIPLANAR) != TAV_OK) {
+        state.SkipWithError("no memory");
+        return;
+    }
+    paint(&frame);
+    const tav_sr2_ImageCtx ctx = rig.ctx();
+    tav_sr2_ImageEffect effect;
+    tav_sr2_ImageEffect_init(&effect, &rig.pool);
+    tav_sr2_ImageEffect_setThreads(&effect, rig.ts, rig.threads());
+    tav_sr2_StructureParams params;
+    tav_sr2_ImageEffect_defaults(4, &params);
+    params.strength = 32;
+    params.eps_high = state.range(0) == 2 ? 1000.0 : 0.0;
+    for (auto _ : state) {
+        const uint32_t status = state.range(0) == 0
+                                    ? tav_sr2_Contrast_run(&ctx, &frame, 60, 2.2)
+                                    : tav_sr2_ImageEffect_run(&effect, &frame, &frame, 4, &params);
+        if (status != TAV_OK) state.SkipWithError("the stage failed");
+    }
+    setRate(state);
+    tav_sr2_ImageEffect_finish(&effect);
+    tav_sr2_Image_finish(&frame);
+}
+
+void effectArgs(benchmark::internal::Benchmark* bm) {
+    bm->ArgNames({"structure", "workers"});
+    for (int64_t workers : {1, 2})
+        for (int64_t kind : {0, 1, 2})
+            bm->Args({kind, workers});
+}
+
 void workerArgs(benchmark::internal::Benchmark* bm) {
     bm->ArgNames({"workers"});
     for (int64_t workers : {1, 2})
@@ -122,6 +162,7 @@ void workerArgs(benchmark::internal::Benchmark* bm) {
 }
 
 BENCHMARK(BM_SharpenStage)->Apply(stageArgs)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ContrastStructure)->Apply(effectArgs)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_UnsharpBand7Scalar)->Apply(workerArgs)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_UnsharpBand7Vector)->Apply(workerArgs)->Unit(benchmark::kMillisecond)->UseRealTime();
 

@@ -14,6 +14,7 @@
 #include "foundation/log.h"
 #include "nr/luma_nr.h"
 #include "sharpen/enhance.h"
+#include "sharpen/image_effect.h"
 
 namespace {
 
@@ -47,6 +48,21 @@ tav_sr2_EnhanceInputs enhanceInputs(const tav_sr2_Pipeline* self, const tav_sr2_
     in.black_edge_level = t->black_edge_level;
     in.super_zoom = plan->super_zoom;
     return in;
+}
+
+// Stage 10: the structure enhancement, mode 4 of the image effects, in place.
+void structure(tav_sr2_Pipeline* self) {
+    const sr_tunning_param* t = &self->tuning;
+    tav_sr2_ImageEffect effect;
+    tav_sr2_ImageEffect_init(&effect, self->pool);
+    tav_sr2_ImageEffect_setThreads(&effect, self->task_sys, self->thread_pool);
+    tav_sr2_StructureParams params;
+    tav_sr2_ImageEffect_defaults(4, &params);
+    params.eps_low = t->stucture_eps_low;
+    params.eps_high = t->stucture_eps_high;
+    params.strength = t->stucture_strength;
+    tav_sr2_ImageEffect_run(&effect, &self->accum_image, &self->accum_image, 4, &params);
+    tav_sr2_ImageEffect_finish(&effect);
 }
 
 // dark_light_nr, at stage 3 or 11: plan->dark_light_runs runs, each filtering once with
@@ -93,15 +109,14 @@ bool enhance(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
     }
     tav_sr2_log_i("sr process 5 finish...\n");
     if (plan->contrast) {
-        // STAGE PENDING enhance/ contrast: tav_sr2_ImageEffect_run with
-        // contrast_enhance_extra_arg and contrast_enhance_blur_sigma.
+        const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
+        const sr_tunning_param* t = &self->tuning;
+        tav_sr2_Contrast_run(&ctx, &self->accum_image, t->contrast_enhance_extra_arg,
+                             t->contrast_enhance_blur_sigma * 2.0 * t->internal_zoom_ratio);
         if (timeUp(self, 9)) return true;
     }
     tav_sr2_log_i("sr process 6 finish...\n");
-    if (plan->structure) {
-        // STAGE PENDING enhance/ structure: tav_sr2_ImageEffect_run in mode 4 with
-        // stucture_eps_low, stucture_eps_high and stucture_strength.
-    }
+    if (plan->structure) structure(self);
     tav_sr2_log_i("sr process 8 finish...\n");
     return plan->structure && timeUp(self, 10);
 }

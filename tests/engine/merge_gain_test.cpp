@@ -59,12 +59,12 @@ struct Outcome {
 };
 
 // A zoom 2 run (merged at the frames' own size, then resampled) of `frames`; clean[k] is frame
-// k without noise. Sharpening is off: this measures the merge.
+// k without noise. The enhancement stages are off: this measures the merge.
 Outcome run(const std::vector<Scene>& frames, const std::vector<Scene>& clean) {
     const int32_t count = (int32_t)frames.size();
     Outcome r;
     EngineRun engine(kW, kH, kW, kH, 2.0f, tav_sr2_ImageFormat_name(TAV_SR2_FMT_YUV420_SEMIPLANAR),
-                     count, tav_run::noSharpening);
+                     count, tav_run::noEnhancement);
     HostOutput out(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
     if (engine.engine == nullptr) return r;
     // The engine reads the host's frames when it processes them: they live until then.

@@ -54,7 +54,7 @@ RunResult runScene(const RunCase& c, const Scene& scene, int32_t format, int32_t
                    HostOutput* out) {
     RunResult r = {};
     EngineRun run(c.width, c.height, c.out_width, c.out_height, c.zoom, formatName(format), frames,
-                  tav_run::noSharpening);
+                  tav_run::noEnhancement);
     if (run.engine == nullptr) return r;
     const HostFrame frame(scene, format);
     run.add(frame, frames);
@@ -215,7 +215,7 @@ TEST(PipelineProcess, TimeLimitSkipsTheStagesButWritesTheOutput) {
     SmallRun small;
     small.tune = [](tav_sr2_SrParams* p) {
         p->light_enable = 1;
-        p->unsharp_level = 0;
+        tav_run::noEnhancement(p);
     };
     HostOutput in_time(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
     ASSERT_EQ(small.run(scene, &in_time), TAV_OK);

@@ -317,9 +317,13 @@ inline Window scaledWindow(tav_sr2_Engine* e) {
 }
 
 // One engine in a buffer of exactly its budget, started with four workers.
-// A tuning hook that turns the sharpening stage off, for runs that compare the merge or the
-// scaling with a reference.
-inline void noSharpening(tav_sr2_SrParams* p) { p->unsharp_level = 0; }
+// A tuning hook that turns sharpening, contrast and structure off, for runs that compare the
+// merge or the scaling with a reference.
+inline void noEnhancement(tav_sr2_SrParams* p) {
+    p->unsharp_level = 0;
+    p->structure_level = 0;
+    p->lce_level = 0;
+}
 
 struct EngineRun {
     int32_t width, height, out_width, out_height;
