@@ -50,6 +50,9 @@ uint32_t tav_sr2_Pipeline_mergeFrames(tav_sr2_Pipeline* self, const tav_sr2_Stag
 // Stages 3 to 12 in place on accum_image, with the time checks between them. Returns whether the
 // run passed its limit; the stages after that check are then skipped.
 bool tav_sr2_Pipeline_improve(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan);
+// The grain of stage 12 and of the final scaling on a frame of the run (48, 49, 52, 53) with the
+// run's dither settings: its status.
+uint32_t tav_sr2_Pipeline_dither(tav_sr2_Pipeline* self, tav_sr2_Image* frame);
 // Steps 13 to 15: the window of accum_image that the well-aligned frames cover, scaled into the
 // output. The status is the first failure, which ends the step.
 uint32_t tav_sr2_Pipeline_writeOutput(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan);

@@ -11,8 +11,10 @@
 // comment names the call that goes there.
 #include "engine/pipeline_steps.h"
 #include "engine/run_limit.h"
+#include "enhance/image_rows.h"
 #include "foundation/log.h"
 #include "nr/luma_nr.h"
+#include "sharpen/dither.h"
 #include "sharpen/enhance.h"
 #include "sharpen/image_effect.h"
 
@@ -123,6 +125,18 @@ bool enhance(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
 
 }  // namespace
 
+uint32_t tav_sr2_Pipeline_dither(tav_sr2_Pipeline* self, tav_sr2_Image* frame) {
+    const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
+    const sr_tunning_param* t = &self->tuning;
+    if (tav_sr2_isSemiPlanar10(frame->format)) {
+        return tav_sr2_Dither_run16(&ctx, frame, frame, t->dither_thr, 255, 8, t->dither_noise_mode,
+                                    t->dither_noise_level, t->dither_pepper_noise_level,
+                                    t->dither_uv_noise_level);
+    }
+    return tav_sr2_Dither_run8(&ctx, frame, frame, t->dither_thr, 255, 8, t->dither_noise_level,
+                               t->dither_uv_noise_level);
+}
+
 bool tav_sr2_Pipeline_improve(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
     if (plan->dark_light_early) {
         darkLightNr(self, plan);
@@ -137,9 +151,7 @@ bool tav_sr2_Pipeline_improve(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* p
         if (timeUp(self, 11)) return true;
     }
     if (plan->super_zoom) {
-        // STAGE PENDING enhance/ dither: tav_sr2_Dither_run16 on accum_image with
-        // dither_noise_level, dither_pepper_noise_level, dither_uv_noise_level, dither_thr,
-        // dither_noise_mode, the maximum 255 and the depth 8.
+        tav_sr2_Pipeline_dither(self, &self->accum_image);
         tav_sr2_log_i("super zoom mode dither finish...\n");
     }
     return false;

@@ -74,9 +74,7 @@ uint32_t scaleOrdinary(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan,
     }
     if (status == TAV_OK) status = scaleLuma(self, plan, dst, window);
     if (status == TAV_OK) status = resizeChroma(&ctx, dst, window);
-    if (status == TAV_OK && plan->dither_output) {
-        // STAGE PENDING enhance/ dither: the dither job on dst, as in stage 12.
-    }
+    if (status == TAV_OK && plan->dither_output) status = tav_sr2_Pipeline_dither(self, dst);
     if (status == TAV_OK && dst == &temporary) status = convertDepth(self, output, &temporary);
     const uint32_t released = tav_sr2_Image_finish(&temporary);
     return status != TAV_OK ? status : released;
