@@ -6,13 +6,12 @@
 //   7, after each of stages 8, 9 and 10 that runs, and after stage 11 (when it is the place of
 //   dark_light_nr, whether or not the filter runs). The first check past the limit ends the
 //   stages and returns true. A stage that fails does not stop the run.
-//
-// STAGE PENDING marks a call site whose stage is not built yet: the gate is in place and the
-// comment names the call that goes there.
 #include "engine/pipeline_steps.h"
 #include "engine/run_limit.h"
 #include "enhance/image_rows.h"
 #include "foundation/log.h"
+#include "foundation/maths.h"
+#include "nr/chroma_nr.h"
 #include "nr/luma_nr.h"
 #include "sharpen/dither.h"
 #include "sharpen/enhance.h"
@@ -78,6 +77,38 @@ void darkLightNr(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
     }
 }
 
+// Stages 5 to 7: the chroma filter's passes, its narrow-change step and its high-frequency step.
+// Failures leave the frame as the last finished pass made it.
+void chromaNr(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
+    const tav_sr2_ImageCtx ctx = tav_sr2_Pipeline_imageCtx(self);
+    const sr_tunning_param* t = &self->tuning;
+    tav_sr2_Image* frame = &self->accum_image;
+    const float scale = t->zoom_ratio < 5.0 ? 4.0f : 2.0f;
+    const tav_sr2_Image* map = self->nr_map.plane[0] != nullptr ? &self->nr_map : nullptr;
+    const int32_t passes = plan->chroma_nr_passes;
+    if (passes > 0) {
+        const float strength =
+            (float)tav_sr2_pow(t->uv_strength_base / 1024.0, 1.0 / (double)passes);
+        const double luma = t->denoise_uv_strength < 1.0     ? 1.0
+                            : t->denoise_uv_strength > 128.0 ? 128.0
+                                                             : t->denoise_uv_strength;
+        for (int32_t i = 0; i < passes; ++i) {
+            int32_t window = (t->nr_uv_window >> (i + 1)) | 1;
+            window = window < 3 ? 3 : window > 99 ? 99 : window;
+            const double f = tav_sr2_pow(0.125, (double)i);
+            const float eps_uv = (float)(f * t->noise_level_uv / 16.0);
+            tav_sr2_ChromaNR_run(&ctx, frame, frame, i == 0 ? map : nullptr, window,
+                                 (float)(f * luma / 128.0), eps_uv, eps_uv, strength, scale);
+        }
+    }
+    if (plan->chroma_clip && t->c_nr_clip_sigma >= 1) {
+        int32_t window = t->c_nr_clip_sigma | 1;
+        window = window < 3 ? 3 : window > 99 ? 99 : window;
+        tav_sr2_ChromaNR_clip(&ctx, frame, window, scale);
+    }
+    if (plan->hf_chroma_nr && map != nullptr) tav_sr2_ChromaNR_highFrequency(&ctx, frame, map);
+}
+
 // Stages 4 to 7; returns whether the time check after stage 7 found the limit passed.
 bool denoise(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
     if (plan->multiscale_ynr) {
@@ -88,16 +119,7 @@ bool denoise(tav_sr2_Pipeline* self, const tav_sr2_StagePlan* plan) {
         tav_sr2_ynr_dispatch(&engine, &self->accum_image, map, t->hfe_level, (float)t->ynr_low_eps,
                              (float)t->ynr_high_eps);
     }
-    if (plan->chroma_nr_passes > 0) {
-        // STAGE PENDING nr/ chroma NR: tav_sr2_ChromaNR_run, num_nr_times_uv passes with
-        // noise_level_uv, denoise_uv_strength, nr_uv_window, and nr_map in the first pass.
-    }
-    if (plan->chroma_clip) {
-        // STAGE PENDING nr/ chroma low-frequency clip with c_nr_clip_sigma.
-    }
-    if (plan->hf_chroma_nr) {
-        // STAGE PENDING nr/ high-frequency chroma NR.
-    }
+    chromaNr(self, plan);
     tav_sr2_log_i("sr process 4 : finish...\n");
     return timeUp(self, 7);
 }

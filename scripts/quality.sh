@@ -11,7 +11,7 @@
 # evaluate --centre-window) and the whole frame enlarged 2x (a super zoom). The table gives mean
 # luma PSNR and SSIM per mode and noise, the luma PSNR inside the moving area of the patch
 # bursts, and the edge sharpness (mean gradient on the truth's strongest tenth of edges, over the
-# truth's: 1 is as sharp as the truth). --quick takes three photographs (a smoke test); --params runs the library with another
+# truth's: 1 is as sharp as the truth) and the mean of the Cb and Cr PSNR. --quick takes three photographs (a smoke test); --params runs the library with another
 # tuning file than the sample (for tuning it). Files go to out/quality/.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -91,6 +91,8 @@ table() {
             b[k] += $col["bicubic_y_psnr"]; bs[k] += $col["bicubic_y_ssim"]
             s[k] += $col["single_y_psnr"]; ss[k] += $col["single_y_ssim"]
             re[k] += $col["result_edge"]; be[k] += $col["bicubic_edge"]; se[k] += $col["single_edge"]
+            rc[k] += ($col["result_cb_psnr"] + $col["result_cr_psnr"]) / 2
+            bc[k] += ($col["bicubic_cb_psnr"] + $col["bicubic_cr_psnr"]) / 2
             if ($col["result_moving_psnr"] != "nan") {
                 m[k]++; rm[k] += $col["result_moving_psnr"]
                 bm[k] += $col["bicubic_moving_psnr"]; sm[k] += $col["single_moving_psnr"]
@@ -106,13 +108,14 @@ table() {
                        ss[k] / n[k], (r[k] - b[k]) / n[k]
                 if (m[k]) printf " %.2f / %.2f / %.2f |", rm[k] / m[k], bm[k] / m[k], sm[k] / m[k]
                 else printf " |"
-                printf " %.3f / %.3f / %.3f |\n", re[k] / n[k], be[k] / n[k], se[k] / n[k]
+                printf " %.3f / %.3f / %.3f |", re[k] / n[k], be[k] / n[k], se[k] / n[k]
+                printf " %.2f / %.2f |\n", rc[k] / n[k], bc[k] / n[k]
             }
         }' "$out"/"$mode"-*.csv
 }
 {
-    echo "| mode | burst | photos | result PSNR / SSIM | bicubic | base frame alone | result - bicubic | moving area: result / bicubic / alone | edge sharpness: result / bicubic / alone |"
-    echo "|---|---|---|---|---|---|---|---|---|"
+    echo "| mode | burst | photos | result PSNR / SSIM | bicubic | base frame alone | result - bicubic | moving area: result / bicubic / alone | edge sharpness: result / bicubic / alone | chroma PSNR: result / bicubic |"
+    echo "|---|---|---|---|---|---|---|---|---|---|"
     table zoom
     table super
 } | tee "$out/table.md"

@@ -255,22 +255,33 @@ TEST(PipelineProcess, LumaNoiseReductionRunsUnderItsGates) {
         size_t pyramid_lines;
         bool changes;
     } cases[] = {
-        {[](tav_sr2_SrParams* p) { p->y_nr_level = 0; }, 0, false},
-        {[](tav_sr2_SrParams* p) { p->y_lf_nr_level = 3; }, 3, true},
-        {[](tav_sr2_SrParams* p) { p->y_hf_nr_level = 3; }, 3, true},
+        {[](tav_sr2_SrParams* p) { tav_run::noChromaNr(p); }, 0, false},
         {[](tav_sr2_SrParams* p) {
+             tav_run::noChromaNr(p);
+             p->y_lf_nr_level = 3;
+         },
+         3, true},
+        {[](tav_sr2_SrParams* p) {
+             tav_run::noChromaNr(p);
+             p->y_hf_nr_level = 3;
+         },
+         3, true},
+        {[](tav_sr2_SrParams* p) {
+             tav_run::noChromaNr(p);
              p->y_nr_level = 40;
              p->y_nr_mode = 2;
              p->light_enable = 1;
          },
          0, true},
         {[](tav_sr2_SrParams* p) {
+             tav_run::noChromaNr(p);
              p->y_nr_level = 40;
              p->y_nr_times = 0;
          },
          0, false},
     };
     SmallRun small;
+    small.tune = tav_run::noChromaNr;  // the chroma filter reads luma: it would follow the change
     HostOutput plain(kW, kH, TAV_SR2_FMT_YUV420_SEMIPLANAR);
     ASSERT_EQ(small.run(scene, &plain), TAV_OK);
     for (const Case& c : cases) {

@@ -317,9 +317,15 @@ inline Window scaledWindow(tav_sr2_Engine* e) {
 }
 
 // One engine in a buffer of exactly its budget, started with four workers.
-// A tuning hook that turns sharpening, contrast and structure off, for runs that compare the
-// merge or the scaling with a reference.
+// Tuning hooks for runs that compare the merge or the scaling with a reference: the chroma
+// filter off, and with it sharpening, contrast and structure.
+inline void noChromaNr(tav_sr2_SrParams* p) {
+    p->c_nr_times = 0;
+    p->c_lf_nr_level = 0;
+    p->c_hf_nr_enable = 0;
+}
 inline void noEnhancement(tav_sr2_SrParams* p) {
+    noChromaNr(p);
     p->unsharp_level = 0;
     p->structure_level = 0;
     p->lce_level = 0;
