@@ -58,7 +58,7 @@ struct Figures {
     tavtool::Registration window;
     double y_psnr = NAN, y_ssim = NAN, cb_psnr = NAN, cr_psnr = NAN;
     double moving_psnr = NAN;  // luma inside the moving patches' area, when the burst has any
-    double edge = NAN;         // edge sharpness: mean gradient on the truth's edges over the truth's
+    double edge = NAN;  // edge sharpness: mean gradient on the truth's edges over the truth's
 };
 
 struct Settings {
@@ -387,8 +387,8 @@ int main(int argc, char** argv) {
     }
     printf("evaluate: %s against %s (%dx%d), border of %d px left out\n", result_path.c_str(),
            truth_path.c_str(), truth.width, truth.height, crop);
-    printf("%-28s %8s %9s %9s %9s %7s   %s\n", "", "Y PSNR", "Y SSIM", "Cb PSNR", "Cr PSNR", "edges",
-           settings.registered ? "window (scale, shift)" : "window (not registered)");
+    printf("%-28s %8s %9s %9s %9s %7s   %s\n", "", "Y PSNR", "Y SSIM", "Cb PSNR", "Cr PSNR",
+           "edges", settings.registered ? "window (scale, shift)" : "window (not registered)");
     printRow("result", rows[0]);
     printRow("bicubic, base frame", rows[1]);
     printRow("library, base frame alone", rows[2]);
