@@ -242,7 +242,6 @@ uint32_t tav_sr2_ynr_filter(const tav_sr2_NrEngine* engine, const tav_sr2_Image*
     if (engine == nullptr || destination == nullptr) return TAV_ERROR_PARAM;
     tav_sr2_GuidedFilterConfig config;
     tav_sr2_GuidedFilter_defaults(&config);
-    config.level_shift = 2;
     tav_sr2_GuidedFilter filter;
     tav_sr2_GuidedFilter_init(&filter, engine->ctx.pool);
     tav_sr2_GuidedFilter_setThreads(&filter, engine->ctx.tasks);

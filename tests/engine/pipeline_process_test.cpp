@@ -255,7 +255,6 @@ TEST(PipelineProcess, LumaNoiseReductionRunsUnderItsGates) {
         size_t pyramid_lines;
         bool changes;
     } cases[] = {
-        {[](tav_sr2_SrParams* p) { tav_run::noChromaNr(p); }, 0, false},
         {[](tav_sr2_SrParams* p) {
              tav_run::noChromaNr(p);
              p->y_lf_nr_level = 3;

@@ -108,7 +108,6 @@ TEST(ImageEffectTest, Statuses) {
     tav_test::TestImage plain(&e.heap.pool, kW, kH, TAV_SR2_FMT_UINT8);
     tav_sr2_StructureParams p;
     ASSERT_EQ(tav_sr2_ImageEffect_defaults(4, &p), TAV_OK);
-    EXPECT_EQ(p.eps_low, 500.0);
     EXPECT_EQ(tav_sr2_ImageEffect_defaults(2, &p), TAV_ERROR_UNSUPPORTED);
     tav_sr2_ImageEffect_defaults(4, &p);
     p.strength = 1025;
